@@ -1,0 +1,23 @@
+// How the runtime reaches plug-in code: callbacks found by name in the loaded modules.
+#pragma once
+
+#include <string>
+
+#include "krx/plugin.h"
+
+namespace KRX::rt {
+
+// Looks up `<registered name without blanks><suffix>` ("RetargetOp" + "_Update") in the
+// loaded plug-in modules. Null when no module exports it.
+CallbackFn FindCallback(const CString& registered_name, const char* suffix);
+
+// Calls the callback if it exists. Exceptions never cross: a throwing callback is logged
+// as an error and reported as CStatus::Fail. `found` (optional) tells whether it existed.
+CStatus InvokeCallback(const CString& registered_name, const char* suffix, CRef& context,
+                       bool* found = nullptr);
+
+// True when a loaded plug-in registered an operator / a property with this name.
+bool IsRegisteredOperator(const CString& name);
+bool IsRegisteredProperty(const CString& name);
+
+}  // namespace KRX::rt
