@@ -45,6 +45,9 @@ class ProgressBar : public CBase {
   bool IsCancelPressed() const;
   // Advances by the step; returns the new value.
   int Increment(int step = 0);
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ProgressBar; }
 };
 
 class UIToolkit : public CBase {
@@ -53,6 +56,9 @@ class UIToolkit : public CBase {
   // Shows a message box; the result is one of MsgBoxResult.
   CStatus MsgBox(const CString& text, int style, const CString& title, int& result);
   ProgressBar GetProgressBar() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ScriptingObject; }
 };
 
 // A desktop view (a floating page, an explorer, ...).
@@ -70,6 +76,9 @@ class View : public CBase {
   CStatus Move(int x, int y);
   CStatus Resize(int width, int height);
   void GetSize(int& width, int& height) const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::View; }
 };
 
 class Layout : public CBase {
@@ -78,12 +87,18 @@ class Layout : public CBase {
   std::vector<View> GetViews() const;
   // A new view of the given type ("Property Panel", ...), shown.
   View CreateView(const CString& type, const CString& name);
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::Layout; }
 };
 
 class Desktop : public CBase {
  public:
   using CBase::CBase;
   Layout GetActiveLayout() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::Desktop; }
 };
 
 // An object of the host's scripting layer, such as "KRX.UIToolkit" and its
@@ -96,6 +111,9 @@ class ScriptingObject : public CBase {
   // A property that is itself a scripting object ("FileBrowser").
   ScriptingObject GetObjectProperty(const CString& name) const;
   CValue Call(const CString& method, const CValueArray& args = {});
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ScriptingObject; }
 };
 
 // The project holds the scene and the "Play Control" property (Current, In, Out, Rate).
@@ -103,6 +121,9 @@ class Project : public SceneItem {
  public:
   using SceneItem::SceneItem;
   Property GetPlayControl() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::Project; }
 };
 
 class Application {

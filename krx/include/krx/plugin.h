@@ -95,6 +95,8 @@ class PPGLayout : public CBase {
   PPGItem AddEnumControl(const CString& name, const CValueArray& items,
                          const CString& label = L"", const CString& control = kControlCombo);
   PPGItem AddStaticText(const CString& text);
+  // Empty space of the given size (pixels) between items.
+  CStatus AddSpacer(int width = 0, int height = 0);
   CStatus PutAttribute(const CString& name, const CValue& value);
   int GetCount() const;
   PPGItem GetItem(int index) const;

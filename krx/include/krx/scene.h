@@ -44,6 +44,13 @@ enum class ClassID : int {
   Expression = 26,
   Geometry = 27,
   Port = 28,
+  PluginRegistrar = 29,
+  PPGLayout = 30,
+  PPGItem = 31,
+  View = 32,         // a desktop view
+  Layout = 33,       // a desktop layout
+  Desktop = 34,
+  ProgressBar = 35,
 };
 
 class Parameter;
@@ -59,6 +66,9 @@ class CBase : public CRef {
  public:
   CBase() = default;
   explicit CBase(const CRef& r) : CRef(r) {}
+  CBase(const CBase&) = default;
+  CBase& operator=(const CBase&) = default;
+  virtual ~CBase() = default;
   // True when the item exists and is of this handle's family.
   bool IsValid() const;
   bool IsA(ClassID id) const;
@@ -112,8 +122,6 @@ class SceneItem : public ProjectItem {
   // name.
   Property AddProperty(const CString& preset, bool branch = false, const CString& name = L"");
   CustomProperty AddCustomProperty(const CString& name);
-  // Local properties are kept; shared ones are not used by this host.
-  std::vector<Property> GetLocalProperties() const { return GetProperties(); }
 
  protected:
   ClassID HandleClass() const override { return ClassID::SceneItem; }

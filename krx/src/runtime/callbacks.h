@@ -12,9 +12,19 @@ namespace KRX::rt {
 CallbackFn FindCallback(const CString& registered_name, const char* suffix);
 
 // Calls the callback if it exists. Exceptions never cross: a throwing callback is logged
-// as an error and reported as CStatus::Fail. `found` (optional) tells whether it existed.
+// as an error and reported as CStatus::Fail. `found` (optional) tells whether it existed;
+// a callback that does not exist is not an error and gives CStatus::OK.
 CStatus InvokeCallback(const CString& registered_name, const char* suffix, CRef& context,
                        bool* found = nullptr);
+
+// The same for a callback known by its whole symbol name (menu item callbacks such as
+// "TagMenuItem", scene event callbacks such as "MyNewScene_OnEvent").
+CallbackFn FindCallbackSymbol(const std::string& symbol);
+CStatus InvokeCallbackSymbol(const std::string& symbol, CRef& context, bool* found = nullptr);
+
+// The symbol prefix of a registered name: the name with its blanks removed, one byte per
+// character ("Rig to Rig" -> "RigtoRig").
+std::string CallbackPrefix(const CString& registered_name);
 
 // True when a loaded plug-in registered an operator / a property with this name.
 bool IsRegisteredOperator(const CString& name);

@@ -4,6 +4,7 @@
 // handle on it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -14,6 +15,12 @@
 #include "krx/krx.h"
 
 namespace KRX::rt {
+
+struct OperatorItem;
+struct ContextItem;
+struct ParamItem;
+struct ConstraintItem;
+struct ObjectItem;
 
 struct Item : std::enable_shared_from_this<Item> {
   explicit Item(ClassID c) : cls(c) {}
@@ -38,6 +45,9 @@ struct Item : std::enable_shared_from_this<Item> {
 struct FCurveItem : Item {
   FCurveItem() : Item(ClassID::FCurve) { type = L"FCurve"; }
   std::vector<FCurveKeyData> keys;  // sorted by time
+  // Per key: true when its tangents were computed (a key added without explicit tangents),
+  // so that later insertions next to it smooth it again. Missing entries count as false.
+  std::vector<bool> auto_tangents;
 };
 
 struct GridTable {
@@ -62,14 +72,26 @@ struct ParamItem : Item {
   // A put on an animated parameter: seen by reads at `transient_time` only.
   std::optional<CValue> transient_value;
   double transient_time = 0.0;
+
+  // Evaluation bookkeeping (krx/src/scene), rebuilt whenever the scene's structure stamp
+  // moves: the connected operators writing this parameter and what its expression reads.
+  struct Binding {
+    uint64_t stamp = 0;  // 0 = never built
+    std::vector<OperatorItem*> writers;
+    bool expression_ok = false;  // the expression parsed and names a parameter (or none)
+    ParamItem* expression_source = nullptr;  // null for a constant expression
+    double expression_scale = 1.0;
+    double expression_offset = 0.0;
+  };
+  Binding binding;
+  bool evaluating = false;      // re-entrance guard (expression cycles)
+  bool cycle_reported = false;
 };
 
 struct BlobItem : Item {
   BlobItem() : Item(ClassID::UserDataBlob) { type = L"UserDataBlob"; }
   std::vector<uint8_t> bytes;
 };
-
-struct ObjectItem;
 
 // Local or global kinematic state of an object. The local one holds the kinematic
 // parameters; the global one none (it is derived).
@@ -98,6 +120,26 @@ struct EvalCache {
   uint64_t revision = 0;  // scene revision the values were computed at; 0 = empty
   MATH::CTransformation local;
   MATH::CTransformation global;
+  MATH::CTransformation parent_global;  // the parent's global the local is relative to
+  bool complete = false;  // false while the object is still being evaluated
+};
+
+// Local kinematic parameters in evaluation order: posx..posz, rotx..rotz, sclx..sclz,
+// rotorder, nposx..nposz, nrotx..nrotz, nsclx..nsclz. The global state carries the first
+// nine (its values are derived from the evaluated global unless animated).
+inline constexpr size_t kLocalKineParamCount = 19;
+inline constexpr size_t kGlobalKineParamCount = 9;
+
+// What the evaluation resolved for an object, valid while `stamp` equals the scene's
+// structure stamp, so that evaluating needs no name lookups.
+struct KineBinding {
+  uint64_t stamp = 0;  // 0 = never built
+  std::array<ParamItem*, kLocalKineParamCount> local{};
+  std::array<ParamItem*, kGlobalKineParamCount> global{};
+  bool global_driven = false;  // a global parameter has a curve or expression
+  ObjectItem* parent = nullptr;
+  std::vector<ConstraintItem*> constraints;
+  std::vector<OperatorItem*> writers;  // write a kinematic state, in connection order
 };
 
 struct ObjectItem : Item {
@@ -106,7 +148,16 @@ struct ObjectItem : Item {
   std::shared_ptr<KinematicsItem> kinematics;
   std::vector<MATH::CVector3> curve_points;  // curve objects: control points, own space
   EvalCache cache;
+  KineBinding binding;
   bool evaluating = false;  // re-entrance guard while this object is being evaluated
+  bool cycle_reported = false;
+};
+
+// What an operator wrote to one output port on its last run.
+struct PortResult {
+  std::optional<MATH::CTransformation> transform;
+  std::optional<CValue> value;
+  std::optional<std::vector<MATH::CVector3>> points;
 };
 
 struct PortData {
@@ -130,6 +181,14 @@ struct OperatorItem : Item {
   bool initialised = false;     // _Init ran, _Term pending
   bool running = false;         // cycle guard
   bool cycle_reported = false;
+  // Evaluation state (krx/src/scene): order of connection (operators writing the same
+  // target run in this order), the time and revision of the last run and what it wrote
+  // (indexed like `ports`), and the context its callbacks receive.
+  uint64_t connect_order = 0;
+  double run_time = 0.0;
+  uint64_t run_revision = 0;  // 0 = never ran
+  std::vector<PortResult> results;
+  std::shared_ptr<ContextItem> context;
 };
 
 // What a callback receives. Created by the caller for the duration of one call (commands,
@@ -146,6 +205,8 @@ struct ContextItem : Item {
   std::optional<MATH::CTransformation> output_transform;
   std::optional<CValue> output_value;
   std::optional<std::vector<MATH::CVector3>> output_points;
+  // The output's value before the operator's write (GetOutputTransform).
+  MATH::CTransformation output_current;
 };
 
 }  // namespace KRX::rt

@@ -1,0 +1,99 @@
+#include "kavor/plugin/operations.h"
+
+#include "kavor/host/host.h"
+#include "kavor/plugin/retarget_frame_range.h"
+
+namespace kavor::ops {
+
+namespace {
+
+// The report of an operation whose subsystem is not part of the plug-in yet.
+bool NotAvailable(const wchar_t* operation) {
+  LogWarning(KRX::CString(operation) + KRX::CString(L" is not available yet."));
+  return false;
+}
+
+}  // namespace
+
+bool RetargetRigToRig(const KRX::Model&, const KRX::Model&, int32_t, int32_t) {
+  return NotAvailable(L"RetargetRigToRig");
+}
+
+bool RetargetBvh(const KRX::CString&, const KRX::CString&, const KRX::Model&) {
+  return NotAvailable(L"RetargetBvh");
+}
+
+bool RetargetC3dData(const KRX::CString&, const KRX::CString&) {
+  return NotAvailable(L"RetargetC3dData");
+}
+
+bool ImportC3dFile(const KRX::CString&, int32_t, bool, const KRX::CString&) {
+  return NotAvailable(L"ImportC3dFile");
+}
+
+bool SaveC3dPoseMap(const KRX::Model&, const KRX::Model&, const KRX::CString&) {
+  return NotAvailable(L"SaveC3dPoseMap");
+}
+
+bool SetTagValue(const KRX::Model&, const KRX::CString&, const KRX::CString&, int32_t) {
+  return NotAvailable(L"SetTagValue");
+}
+
+bool SaveTagTemplate(const KRX::Model&, const KRX::CString&) {
+  return NotAvailable(L"SaveTagTemplate");
+}
+
+bool InheritTagTemplate(const KRX::Model&, const KRX::CString&) {
+  return NotAvailable(L"InheritTagTemplate");
+}
+
+bool ApplyTagsToRig(const KRX::Model&) { return NotAvailable(L"ApplyTagsToRig"); }
+
+bool CleanTagsFromRig(const KRX::Model&) { return NotAvailable(L"CleanTagsFromRig"); }
+
+bool BuildTagPageLayout(const KRX::Model&, const KRX::CString&) {
+  return NotAvailable(L"BuildTagPageLayout");
+}
+
+bool GetRetargetFrameRange(const KRX::Model& model, int32_t* start_frame, int32_t* end_frame) {
+  *start_frame = kNoStartFrame;
+  *end_frame = kNoEndFrame;
+  // A model carrying retargeted motion has the motion's own range, which only the
+  // running retarget knows.
+  if (HasMotionBlob(model)) return NotAvailable(L"GetRetargetFrameRange");
+  return GetKeyFrameRange(model, start_frame, end_frame);
+}
+
+bool LoadKavorMotion(const KRX::CString&, const KRX::Model&, int32_t) {
+  return NotAvailable(L"LoadKavorMotion");
+}
+
+bool SaveKavorMotion(const KRX::Model&, const KRX::CString&, int32_t, int32_t) {
+  return NotAvailable(L"SaveKavorMotion");
+}
+
+bool RemoveRetargetSetup(const KRX::Model&) { return NotAvailable(L"RemoveRetargetSetup"); }
+
+bool RemoveAllKavorSetup(const KRX::Model&) { return NotAvailable(L"RemoveAllKavorSetup"); }
+
+bool RunMotionPlotter(const PlotRequest&) { return NotAvailable(L"MotionPlotter"); }
+
+bool SaveAdjustmentPreset(const KRX::Model&, const KRX::CString&) {
+  return NotAvailable(L"SaveAdjustmentPreset");
+}
+
+bool LoadAdjustmentPreset(const KRX::Model&, const KRX::CString&, double) {
+  return NotAvailable(L"LoadAdjustmentPreset");
+}
+
+void OpenTagPage(const KRX::Model&) { NotAvailable(L"The Tag Rig page"); }
+
+void OpenRigToRigPage() { NotAvailable(L"The Rig to Rig page"); }
+
+void OpenMocapToRigPage() { NotAvailable(L"The Mocap to Rig page"); }
+
+void OpenKavorFilePage(KavorFileMode, const KRX::CString&, const KRX::Model&) {
+  NotAvailable(L"The motion file page");
+}
+
+}  // namespace kavor::ops

@@ -1,0 +1,295 @@
+// GridData, UserDataBlob and FCurve handles.
+#include "krx/property.h"
+
+#include <cmath>
+
+#include "anim/fcurve_edit.h"
+#include "anim/fcurve_eval.h"
+#include "scene/evaluation.h"
+#include "scene/handles.h"
+
+namespace KRX {
+
+using rt::LiveAs;
+using rt::RefOf;
+
+namespace {
+
+// Grids larger than this are refused (a table of values on a page, not a data store).
+constexpr int64_t kMaxGridCells = int64_t{1} << 26;
+
+rt::GridTable* GridOf(const GridData& handle) {
+  auto* param = LiveAs<rt::ParamItem>(handle);
+  return param && param->grid ? &*param->grid : nullptr;
+}
+
+CValue CellAs(ValueType type, const CValue& value) {
+  switch (type) {
+    case ValueType::Int: return CValue(value.GetInt());
+    case ValueType::Double: return CValue(value.GetDouble());
+    case ValueType::Bool: return CValue(value.GetBool());
+    case ValueType::String: return CValue(value.GetString());
+    default: return value;
+  }
+}
+
+void Resize(rt::GridTable& grid, int columns, int rows) {
+  std::vector<CValue> cells(static_cast<size_t>(columns) * static_cast<size_t>(rows));
+  for (int r = 0; r < std::min(rows, grid.rows); ++r) {
+    for (int c = 0; c < std::min(columns, grid.columns); ++c) {
+      cells[static_cast<size_t>(r) * columns + c] =
+          std::move(grid.cells[static_cast<size_t>(r) * grid.columns + c]);
+    }
+  }
+  grid.cells = std::move(cells);
+  grid.columns = columns;
+  grid.rows = rows;
+  grid.column_labels.resize(static_cast<size_t>(columns));
+  grid.column_types.resize(static_cast<size_t>(columns), ValueType::Empty);
+  grid.row_labels.resize(static_cast<size_t>(rows));
+}
+
+bool InGrid(const rt::GridTable& grid, int column, int row) {
+  return column >= 0 && row >= 0 && column < grid.columns && row < grid.rows;
+}
+
+rt::FCurveItem* CurveOf(const FCurve& handle) { return LiveAs<rt::FCurveItem>(handle); }
+
+bool FiniteKey(const FCurveKeyData& k) {
+  return std::isfinite(k.time) && std::isfinite(k.value) && std::isfinite(k.left_dx) &&
+         std::isfinite(k.left_dy) && std::isfinite(k.right_dx) && std::isfinite(k.right_dy);
+}
+
+// Recomputes the computed tangents of the keys around `index`.
+void SmoothAround(rt::FCurveItem& curve, size_t index) {
+  curve.auto_tangents.resize(curve.keys.size(), false);
+  const size_t first = index == 0 ? 0 : index - 1;
+  for (size_t i = first; i <= index + 1 && i < curve.keys.size(); ++i) {
+    if (curve.auto_tangents[i]) rt::ComputeAutoTangents(curve.keys, i);
+  }
+}
+
+}  // namespace
+
+// ---- GridData ----
+
+int GridData::GetColumnCount() const {
+  const rt::GridTable* grid = GridOf(*this);
+  return grid ? grid->columns : 0;
+}
+
+int GridData::GetRowCount() const {
+  const rt::GridTable* grid = GridOf(*this);
+  return grid ? grid->rows : 0;
+}
+
+CStatus GridData::PutColumnCount(int n) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (n < 0 || int64_t{n} * grid->rows > kMaxGridCells) return CStatus::InvalidArgument;
+  Resize(*grid, n, grid->rows);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CStatus GridData::PutRowCount(int n) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (n < 0 || int64_t{n} * grid->columns > kMaxGridCells) return CStatus::InvalidArgument;
+  Resize(*grid, grid->columns, n);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CValue GridData::GetCell(int column, int row) const {
+  const rt::GridTable* grid = GridOf(*this);
+  if (!grid || !InGrid(*grid, column, row)) return CValue();
+  return grid->cells[static_cast<size_t>(row) * grid->columns + column];
+}
+
+CStatus GridData::PutCell(int column, int row, const CValue& value) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (!InGrid(*grid, column, row)) return CStatus::InvalidArgument;
+  grid->cells[static_cast<size_t>(row) * grid->columns + column] =
+      CellAs(grid->column_types[static_cast<size_t>(column)], value);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CString GridData::GetColumnLabel(int column) const {
+  const rt::GridTable* grid = GridOf(*this);
+  if (!grid || column < 0 || column >= grid->columns) return CString();
+  return grid->column_labels[static_cast<size_t>(column)];
+}
+
+CStatus GridData::PutColumnLabel(int column, const CString& label) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (column < 0 || column >= grid->columns) return CStatus::InvalidArgument;
+  grid->column_labels[static_cast<size_t>(column)] = label;
+  return CStatus::OK;
+}
+
+CString GridData::GetRowLabel(int row) const {
+  const rt::GridTable* grid = GridOf(*this);
+  if (!grid || row < 0 || row >= grid->rows) return CString();
+  return grid->row_labels[static_cast<size_t>(row)];
+}
+
+CStatus GridData::PutRowLabel(int row, const CString& label) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (row < 0 || row >= grid->rows) return CStatus::InvalidArgument;
+  grid->row_labels[static_cast<size_t>(row)] = label;
+  return CStatus::OK;
+}
+
+CStatus GridData::PutColumnType(int column, ValueType type) {
+  rt::GridTable* grid = GridOf(*this);
+  if (!grid) return CStatus::Fail;
+  if (column < 0 || column >= grid->columns) return CStatus::InvalidArgument;
+  grid->column_types[static_cast<size_t>(column)] = type;
+  for (int row = 0; row < grid->rows; ++row) {
+    CValue& cell = grid->cells[static_cast<size_t>(row) * grid->columns + column];
+    if (!cell.IsEmpty()) cell = CellAs(type, cell);
+  }
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+// ---- UserDataBlob ----
+
+std::vector<uint8_t> UserDataBlob::GetValue() const {
+  const auto* blob = LiveAs<rt::BlobItem>(*this);
+  return blob ? blob->bytes : std::vector<uint8_t>();
+}
+
+CStatus UserDataBlob::PutValue(const uint8_t* data, size_t size) {
+  auto* blob = LiveAs<rt::BlobItem>(*this);
+  if (!blob) return CStatus::Fail;
+  if (!data && size > 0) return CStatus::InvalidArgument;
+  blob->bytes.assign(data, data + size);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+const std::vector<uint8_t>* UserDataBlob::GetBytes() const {
+  const auto* blob = LiveAs<rt::BlobItem>(*this);
+  return blob ? &blob->bytes : nullptr;
+}
+
+bool UserDataBlob::IsEmpty() const {
+  const auto* blob = LiveAs<rt::BlobItem>(*this);
+  return !blob || blob->bytes.empty();
+}
+
+// ---- FCurve ----
+
+int FCurve::GetNumKeys() const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? static_cast<int>(curve->keys.size()) : 0;
+}
+
+FCurveKeyData FCurve::GetKey(int index) const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve || index < 0 || static_cast<size_t>(index) >= curve->keys.size()) return FCurveKeyData();
+  return curve->keys[static_cast<size_t>(index)];
+}
+
+std::vector<FCurveKeyData> FCurve::GetKeys() const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? curve->keys : std::vector<FCurveKeyData>();
+}
+
+int FCurve::AddKey(double time, double value, Interpolation interpolation) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return -1;
+  FCurveKeyData key;
+  key.time = time;
+  key.value = value;
+  key.interpolation = interpolation;
+  const size_t before = curve->keys.size();
+  curve->auto_tangents.resize(before, false);
+  const int index = rt::InsertKey(curve->keys, key);
+  if (index < 0) return -1;
+  const auto at = static_cast<size_t>(index);
+  if (curve->keys.size() > before) {
+    curve->auto_tangents.insert(curve->auto_tangents.begin() + index, true);
+  } else {
+    curve->auto_tangents[at] = true;
+  }
+  SmoothAround(*curve, at);
+  rt::BumpRevision();
+  return index;
+}
+
+CStatus FCurve::SetKey(int index, const FCurveKeyData& key) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  if (index < 0 || static_cast<size_t>(index) >= curve->keys.size() || !FiniteKey(key)) {
+    return CStatus::InvalidArgument;
+  }
+  const auto at = static_cast<size_t>(index);
+  // The key must stay between its neighbours.
+  if ((at > 0 && key.time <= curve->keys[at - 1].time + rt::kKeyTimeEpsilon) ||
+      (at + 1 < curve->keys.size() && key.time >= curve->keys[at + 1].time - rt::kKeyTimeEpsilon)) {
+    return CStatus::InvalidArgument;
+  }
+  FCurveKeyData stored = key;
+  if (stored.left_dx > 0.0) stored.left_dx = 0.0;
+  if (stored.right_dx < 0.0) stored.right_dx = 0.0;
+  curve->keys[at] = stored;
+  curve->auto_tangents.resize(curve->keys.size(), false);
+  curve->auto_tangents[at] = false;
+  SmoothAround(*curve, at);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CStatus FCurve::SetKeys(const std::vector<FCurveKeyData>& keys) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  std::vector<FCurveKeyData> sorted;
+  for (const FCurveKeyData& key : keys) {
+    if (!FiniteKey(key) || rt::InsertKey(sorted, key) < 0) return CStatus::InvalidArgument;
+  }
+  curve->keys = std::move(sorted);
+  curve->auto_tangents.assign(curve->keys.size(), false);
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CStatus FCurve::RemoveKeyAtIndex(int index) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  if (index < 0 || static_cast<size_t>(index) >= curve->keys.size()) return CStatus::InvalidArgument;
+  curve->auto_tangents.resize(curve->keys.size(), false);
+  curve->keys.erase(curve->keys.begin() + index);
+  curve->auto_tangents.erase(curve->auto_tangents.begin() + index);
+  if (!curve->keys.empty()) SmoothAround(*curve, static_cast<size_t>(index == 0 ? 0 : index - 1));
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+CStatus FCurve::RemoveKeys() {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  curve->keys.clear();
+  curve->auto_tangents.clear();
+  rt::BumpRevision();
+  return CStatus::OK;
+}
+
+double FCurve::Eval(double time) const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return 0.0;
+  return rt::EvaluateFCurve(curve->keys, rt::ResolveTime(time));
+}
+
+Parameter FCurve::GetParameter() const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? Parameter(RefOf(curve->owner)) : Parameter();
+}
+
+}  // namespace KRX

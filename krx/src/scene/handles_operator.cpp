@@ -1,0 +1,170 @@
+// CustomOperator and OperatorContext handles (Context's own methods live with the plug-in
+// boundary).
+#include "krx/operator.h"
+
+#include "scene/evaluation.h"
+#include "scene/handles.h"
+#include "scene/scene_edit.h"
+
+namespace KRX {
+
+using rt::LiveAs;
+using rt::RefOf;
+
+namespace {
+
+// Kinematic states, parameters, blobs and curve objects (their geometry) take ports.
+bool Connectable(const rt::Item& item) {
+  return dynamic_cast<const rt::KineStateItem*>(&item) || dynamic_cast<const rt::ParamItem*>(&item) ||
+         dynamic_cast<const rt::BlobItem*>(&item) || dynamic_cast<const rt::ObjectItem*>(&item);
+}
+
+int AddPort(rt::OperatorItem* op, const CRef& target, const CString& name, bool output) {
+  std::shared_ptr<rt::Item> item = target.Lock();
+  if (!op || !item || item->deleted || !Connectable(*item)) return -1;
+  int index = 0;
+  for (const rt::PortData& port : op->ports) index += port.output == output ? 1 : 0;
+  rt::PortData port;
+  port.target = item;
+  port.name = name.IsEmpty() ? CString((output ? L"Out" : L"In") + std::to_wstring(index)) : name;
+  port.group = op->current_group;
+  port.output = output;
+  op->ports.push_back(std::move(port));
+  if (op->connected) rt::BumpTopology();
+  return index;
+}
+
+std::vector<CRef> Targets(const rt::OperatorItem* op, bool output) {
+  std::vector<CRef> out;
+  if (!op) return out;
+  for (const rt::PortData& port : op->ports) {
+    if (port.output == output) out.emplace_back(port.target);
+  }
+  return out;
+}
+
+rt::ContextItem* OperatorContextItem(const CBase& handle) {
+  auto* context = LiveAs<rt::ContextItem>(handle);
+  return context && context->op ? context : nullptr;
+}
+
+}  // namespace
+
+// ---- CustomOperator ----
+
+int CustomOperator::AddOutputPort(const CRef& target, const CString& name) {
+  return AddPort(LiveAs<rt::OperatorItem>(*this), target, name, true);
+}
+
+int CustomOperator::AddInputPort(const CRef& target, const CString& name) {
+  return AddPort(LiveAs<rt::OperatorItem>(*this), target, name, false);
+}
+
+CStatus CustomOperator::AddPortGroup(const CString& name) {
+  auto* op = LiveAs<rt::OperatorItem>(*this);
+  if (!op) return CStatus::Fail;
+  op->current_group = name;
+  return CStatus::OK;
+}
+
+CStatus CustomOperator::PutAlwaysEvaluate(bool on) {
+  auto* op = LiveAs<rt::OperatorItem>(*this);
+  if (!op) return CStatus::Fail;
+  op->always_evaluate = on;
+  return CStatus::OK;
+}
+
+bool CustomOperator::GetAlwaysEvaluate() const {
+  const auto* op = LiveAs<rt::OperatorItem>(*this);
+  return op && op->always_evaluate;
+}
+
+CStatus CustomOperator::Connect(int construction_mode) {
+  auto* op = LiveAs<rt::OperatorItem>(*this);
+  return op ? rt::ConnectOperator(*op, construction_mode) : CStatus::Fail;
+}
+
+bool CustomOperator::IsConnected() const {
+  const auto* op = LiveAs<rt::OperatorItem>(*this);
+  return op && op->connected;
+}
+
+std::vector<CRef> CustomOperator::GetInputTargets() const {
+  return Targets(LiveAs<rt::OperatorItem>(*this), false);
+}
+
+std::vector<CRef> CustomOperator::GetOutputTargets() const {
+  return Targets(LiveAs<rt::OperatorItem>(*this), true);
+}
+
+void CustomOperator::Dirty() {
+  auto* op = LiveAs<rt::OperatorItem>(*this);
+  if (!op) return;
+  op->run_revision = 0;
+  rt::BumpRevision();
+}
+
+// ---- OperatorContext ----
+
+double OperatorContext::GetTime() const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  return context ? context->time : 0.0;
+}
+
+CValue OperatorContext::GetInputValue(int index) const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  if (!context) return CValue();
+  std::shared_ptr<rt::Item> target = rt::InputTargetOf(*context->op, index);
+  if (!target) return CValue();
+  if (auto* param = dynamic_cast<rt::ParamItem*>(target.get())) {
+    const rt::ReadScope scope(context->time);
+    return rt::EvaluateParamValue(*param, scope.time());
+  }
+  return CValue(RefOf(target));
+}
+
+CRef OperatorContext::GetInputTarget(int index) const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  return context ? RefOf(rt::InputTargetOf(*context->op, index)) : CRef();
+}
+
+int OperatorContext::GetInputCount() const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  if (!context) return 0;
+  int count = 0;
+  for (const rt::PortData& port : context->op->ports) count += port.output ? 0 : 1;
+  return count;
+}
+
+CRef OperatorContext::GetOutputTarget() const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  return context ? RefOf(rt::OutputTargetOf(*context->op, context->output_index)) : CRef();
+}
+
+MATH::CTransformation OperatorContext::GetOutputTransform() const {
+  const rt::ContextItem* context = OperatorContextItem(*this);
+  return context ? context->output_current : MATH::CTransformation();
+}
+
+CStatus OperatorContext::PutOutputTransform(const MATH::CTransformation& t) {
+  rt::ContextItem* context = OperatorContextItem(*this);
+  if (!context || context->output_index < 0) return CStatus::Fail;
+  context->output_transform = t;
+  return CStatus::OK;
+}
+
+CStatus OperatorContext::PutOutputValue(const CValue& v) {
+  rt::ContextItem* context = OperatorContextItem(*this);
+  if (!context || context->output_index < 0) return CStatus::Fail;
+  context->output_value = v;
+  return CStatus::OK;
+}
+
+CStatus OperatorContext::PutOutputCurvePoints(const std::vector<MATH::CVector3>& points) {
+  rt::ContextItem* context = OperatorContextItem(*this);
+  if (!context || context->output_index < 0) return CStatus::Fail;
+  context->output_points = points;
+  return CStatus::OK;
+}
+
+}  // namespace KRX

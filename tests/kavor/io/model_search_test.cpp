@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "kavor/io/scene_helpers.h"
+#include "runtime/scene_state.h"
+
+namespace kavor {
+namespace {
+
+using KRX::CString;
+
+// Scene: models A and B below the root carry "ZRKStructure"; C below the root does not;
+// D, a model inside A, carries it too; N is a null below the root.
+class ModelSearchTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    KRX::rt::ResetScene();
+    root_ = KRX::Application().GetActiveSceneRoot();
+    a_ = KRX::Model(root_.AddModel(L"A").GetRef());
+    b_ = KRX::Model(root_.AddModel(L"B").GetRef());
+    c_ = KRX::Model(root_.AddModel(L"C").GetRef());
+    d_ = KRX::Model(a_.AddModel(L"D").GetRef());
+    n_ = root_.AddNull(L"N");
+    for (KRX::Model* m : {&a_, &b_, &d_}) m->AddCustomProperty(kProp);
+    c_.AddCustomProperty(L"Other");
+    b_deep_ = b_.AddNull(L"b_hips").AddNull(L"b_spine");
+    c_child_ = c_.AddNull(L"c_hips");
+    d_child_ = d_.AddNull(L"d_hips");
+    ASSERT_TRUE(a_.IsValid() && b_.IsValid() && c_.IsValid() && d_.IsValid());
+  }
+  void TearDown() override { KRX::rt::ResetScene(); }
+
+  static void Select(std::initializer_list<KRX::CRef> items) {
+    auto& selection = KRX::rt::ActiveScene().selection;
+    selection.clear();
+    for (const KRX::CRef& item : items) selection.push_back(item.Lock());
+  }
+
+  static std::vector<std::wstring> Names(const std::vector<KRX::Model>& models) {
+    std::vector<std::wstring> names;
+    for (const KRX::Model& m : models) names.push_back(m.GetName().GetWideString());
+    return names;
+  }
+  using Names_t = std::vector<std::wstring>;
+
+  static constexpr const wchar_t* kProp = L"ZRKStructure";
+  KRX::Model root_, a_, b_, c_, d_;
+  KRX::X3DObject n_, b_deep_, c_child_, d_child_;
+};
+
+TEST_F(ModelSearchTest, FindModelsWithPropertyNarrowsToTheSelectedModel) {
+  {  // Nothing selected: every model directly below the root that carries it.
+    Select({});
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A", L"B"}));
+  }
+  {  // An object deep inside B selected: B alone.
+    Select({b_deep_});
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"B"}));
+  }
+  {  // The first selected item whose model is listed decides; C's is not listed.
+    Select({c_child_, a_, b_deep_});
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A"}));
+  }
+  {  // Only unlisted models selected (D lies inside A, not below the root): the whole list.
+    Select({c_child_, d_child_, n_});
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A", L"B"}));
+  }
+  {  // The name matches exactly.
+    Select({});
+    EXPECT_TRUE(FindModelsWithProperty(L"zrkstructure", false).empty());
+    EXPECT_TRUE(FindModelsWithProperty(L"ZRKStructur", false).empty());
+  }
+}
+
+TEST_F(ModelSearchTest, FindModelsWithPropertyFromSelectionRebuildsTheList) {
+  {  // Empty selection: empty, although A and B carry the property.
+    Select({});
+    EXPECT_TRUE(FindModelsWithProperty(kProp, true).empty());
+  }
+  {  // Selection order, each once; D counts although it is nested; C (no property), the
+     // root and the root's plain null are left out.
+    Select({b_deep_, root_, d_child_, c_child_, a_, b_, n_});
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, true)), (Names_t{L"B", L"D", L"A"}));
+  }
+  {  // When no model below the root carries the property, the selection does not count.
+    d_.AddCustomProperty(L"OnlyNested");
+    Select({d_child_});
+    EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", true).empty());
+    EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", false).empty());
+  }
+}
+
+TEST_F(ModelSearchTest, SelectedModelsAreTheOwnersInSelectionOrder) {
+  Select({b_deep_, a_, root_, b_, n_, c_child_, d_child_});
+  // n_ is owned by the scene root, which is left out.
+  EXPECT_EQ(Names(SelectedModels()), (Names_t{L"B", L"A", L"C", L"D"}));
+  Select({});
+  EXPECT_TRUE(SelectedModels().empty());
+}
+
+TEST_F(ModelSearchTest, FindSceneModelLooksDirectlyBelowTheRoot) {
+  EXPECT_EQ(FindSceneModel(L"B"), b_);
+  EXPECT_FALSE(FindSceneModel(L"D").IsValid());  // nested
+  EXPECT_FALSE(FindSceneModel(L"N").IsValid());  // not a model
+  EXPECT_FALSE(FindSceneModel(L"b").IsValid());  // exact name
+}
+
+TEST_F(ModelSearchTest, FindPropertyByNameMatchesExactly) {
+  KRX::Property found;
+  EXPECT_TRUE(FindPropertyByName(a_, kProp, &found));
+  EXPECT_EQ(found.GetName(), CString(kProp));
+  EXPECT_EQ(found.GetParent(), a_.GetRef());
+
+  KRX::Property untouched;
+  EXPECT_FALSE(FindPropertyByName(a_, L"zrkstructure", &untouched));
+  EXPECT_FALSE(untouched.IsValid());
+  EXPECT_FALSE(FindPropertyByName(c_, kProp, nullptr));
+}
+
+}  // namespace
+}  // namespace kavor

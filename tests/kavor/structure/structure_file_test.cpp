@@ -1,0 +1,129 @@
+// ParseStructure: finding a structure and its base file in the data folders, and the
+// warnings it logs.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "kavor/io/data_files.h"
+#include "kavor/structure/structure_parser.h"
+#include "kavor/structure/structure_test_support.h"
+#include "runtime/log.h"
+
+namespace kavor {
+namespace {
+
+namespace fs = std::filesystem;
+
+// With no installation path configured, the data roots are empty and the data files are
+// looked for relative to the working folder. The fixture works in a folder of its own.
+class ParseStructureFromFolders : public testing::Test {
+ protected:
+  void SetUp() override {
+    ResetDataRoots();
+    for (const KRX::CString& root : DataRoots()) {
+      if (!root.IsEmpty()) GTEST_SKIP() << "installation paths are configured";
+    }
+    std::string pattern = (fs::temp_directory_path() / "kavor_structure_XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    previous_ = fs::current_path();
+    fs::current_path(folder_);
+    KRX::rt::ClearLog();
+  }
+  void TearDown() override {
+    if (folder_.empty()) return;
+    fs::current_path(previous_);
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+    ResetDataRoots();
+  }
+  void Write(const std::string& relative, const std::string& text) {
+    fs::create_directories((folder_ / relative).parent_path());
+    std::ofstream(folder_ / relative, std::ios::binary) << text;
+  }
+  // True when the log holds exactly this warning.
+  static bool Warned(const std::string& text) {
+    for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
+      if (line.severity == KRX::kSeverityWarning && line.text.GetAsciiString() == text) return true;
+    }
+    return false;
+  }
+
+  fs::path folder_, previous_;
+};
+
+const char* const kBase = "hips { world Hips hip 0 1 0 0 0 1 0 1 0 }";
+
+TEST_F(ParseStructureFromFolders, FindsStructuresAndBaseFiles) {
+  Write("Structures/core.base", kBase);
+  Write("Structures/plain.structure", "core spine { Hips Spine free 0 1 0 0 0 1 0 1 0 }");
+  Write("Structures/Mocap/capture.structure", "core");
+  {  // Below Structures/.
+    std::unique_ptr<ModelStructure> s = ParseStructure(L"plain");
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->source, "plain");
+    EXPECT_EQ(s->type, "core");
+    EXPECT_EQ(s->NumNodes(), 2);
+  }
+  {  // Only below Structures/Mocap/: read the same way.
+    std::unique_ptr<ModelStructure> s = ParseStructure(L"capture");
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->source, "capture");
+    EXPECT_EQ(s->NumNodes(), 1);
+  }
+  EXPECT_TRUE(KRX::rt::LogLines().empty());
+}
+
+TEST_F(ParseStructureFromFolders, WarnsAndGivesNothing) {
+  Write("Structures/core.base", kBase);
+  Write("Structures/empty.structure", "");
+  Write("Structures/orphan.structure", "nobase");
+  Write("Structures/hollow.base", "");
+  Write("Structures/hollow.structure", "hollow");
+  Write("Structures/sneaky.structure", "../core");
+  {
+    EXPECT_EQ(ParseStructure(L"missing"), nullptr);
+    EXPECT_TRUE(Warned("cannot find structure file: missing"));
+  }
+  {  // A name with a folder is never looked for.
+    Write("elsewhere.structure", "core");
+    EXPECT_EQ(ParseStructure(L"../elsewhere"), nullptr);
+    EXPECT_TRUE(Warned("cannot find structure file: ../elsewhere"));
+  }
+  {
+    EXPECT_EQ(ParseStructure(L"empty"), nullptr);
+    EXPECT_TRUE(Warned("structure input stream is invalid"));
+  }
+  {
+    EXPECT_EQ(ParseStructure(L"orphan"), nullptr);
+    EXPECT_TRUE(Warned("cannot find basefile structure file: nobase"));
+  }
+  {
+    EXPECT_EQ(ParseStructure(L"hollow"), nullptr);
+    EXPECT_TRUE(Warned("basefile structure input stream is invalid"));
+  }
+  {
+    EXPECT_EQ(ParseStructure(L"sneaky"), nullptr);
+    EXPECT_TRUE(Warned("structure sneaky line 1: the basefile name ../core is not a plain file name"));
+  }
+}
+
+TEST_F(ParseStructureFromFolders, ShippedStructures) {
+  const fs::path data = structuretest::ShippedDataFolder();
+  if (data.empty()) GTEST_SKIP() << "KAVOR_SOURCE_DIR is not set";
+  fs::current_path(data);
+  for (const wchar_t* name : {L"Humanoid", L"Quadruped", L"BvhCmu", L"BvhClassic", L"MarkerBody"}) {
+    std::unique_ptr<ModelStructure> s = ParseStructure(name);
+    ASSERT_NE(s, nullptr) << KRX::CString(name).GetAsciiString();
+    EXPECT_EQ(CheckModelStructure(*s), "");
+  }
+  EXPECT_TRUE(KRX::rt::LogLines().empty());
+}
+
+}  // namespace
+}  // namespace kavor

@@ -1,0 +1,57 @@
+// Shared helpers of the structure tests: the shipped data folder, file reading, and base
+// file look-ups served from memory or from a folder.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include "kavor/structure/structure_parser.h"
+
+namespace kavor::structuretest {
+
+// The source tree's data folder ("<source>/data/Addons/Trevalin/Data"), empty when the
+// tests run without KAVOR_SOURCE_DIR.
+inline std::filesystem::path ShippedDataFolder() {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  if (source == nullptr || *source == '\0') return {};
+  return std::filesystem::path(source) / "data" / "Addons" / "Trevalin" / "Data";
+}
+
+// Real captures that nobody here wrote, beside the source tree; empty when absent.
+inline std::filesystem::path SharedBvhFolder() {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  if (source == nullptr || *source == '\0') return {};
+  const std::filesystem::path folder = std::filesystem::path(source) / ".." / "shared" / "data" / "bvh";
+  return std::filesystem::is_directory(folder) ? folder : std::filesystem::path();
+}
+
+inline std::optional<std::string> ReadTextFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Base files by name.
+inline BaseFileLookup BasesFromMap(std::map<std::string, std::string> bases) {
+  return [bases = std::move(bases)](std::string_view name) -> std::optional<std::string> {
+    const auto it = bases.find(std::string(name));
+    if (it == bases.end()) return std::nullopt;
+    return it->second;
+  };
+}
+
+// Base files from "<folder>/Structures/<name>.base".
+inline BaseFileLookup BasesFromFolder(const std::filesystem::path& data_folder) {
+  return [data_folder](std::string_view name) {
+    return ReadTextFile(data_folder / "Structures" / (std::string(name) + ".base"));
+  };
+}
+
+}  // namespace kavor::structuretest

@@ -1,0 +1,111 @@
+// Application: command dispatch, the command history, installation paths, the current
+// frame and object creation.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "krx/app/app_test_support.h"
+#include "plugins/plugin_loader.h"
+#include "runtime/commands.h"
+
+namespace KRX::rt {
+namespace {
+
+class ApplicationTest : public AppFixture {
+ protected:
+  void SetUp() override {
+    UnloadAllPlugins();
+    AppFixture::SetUp();
+  }
+  void TearDown() override {
+    AppFixture::TearDown();
+    UnloadAllPlugins();
+  }
+  static void LoadTestPlugin() {
+    std::string error;
+    ASSERT_TRUE(LoadPlugin(KRX_TEST_PLUGIN_PATH, &error)) << error;
+  }
+};
+
+TEST_F(ApplicationTest, UnknownCommandFailsWithAMessage) {
+  CValue result = CValue(5);
+  EXPECT_EQ(Application().ExecuteCommand(L"NoSuchCommand", {1, L"x"}, result), CStatus::Fail);
+  EXPECT_TRUE(result.IsEmpty());
+  ASSERT_EQ(LogLines().size(), 1u);
+  EXPECT_EQ(LogLines()[0].text, CString("unknown command: NoSuchCommand"));
+  EXPECT_EQ(LogLines()[0].severity, kSeverityError);
+}
+
+TEST_F(ApplicationTest, HostAndPlugInCommandsRunByName) {
+  LoadTestPlugin();
+  {  // a plug-in command gets its arguments, defaults filled in, and returns its value
+    const CValue echoed = Run(L"Echo Args", {L"a"});
+    EXPECT_EQ(echoed, CValue(CValueArray{CValue("a"), CValue(7), CValue("three")}));
+  }
+  {  // a host command
+    EXPECT_EQ(Run(L"GetValue", {CString(kCommandLogPreference)}), CValue(true));
+  }
+}
+
+TEST_F(ApplicationTest, CommandHistoryFollowsTheCommandLogPreference) {
+  LoadTestPlugin();
+  RegisterHostCommand(L"TestNested", [](const CValueArray&, CValue&) {
+    CValue ignored;
+    return Application().ExecuteCommand(L"DeselectAll", {}, ignored);
+  });
+  Run(L"TestNested", {});
+  Run(L"Echo Args", {L"x\"y", CValue(), true});
+  Run(L"NoReturn", {1});  // flagged: never written
+  Run(L"SetValue", {CString(kCommandLogPreference), false});
+  Run(L"DeselectAll", {});  // logging is off now
+  Run(L"SetValue", {CString(kCommandLogPreference), 1});
+  Run(L"DeselectAll", {});
+  EXPECT_EQ(CommandHistory(),
+            (std::vector<std::string>{"TestNested()",  // the DeselectAll it ran is not written
+                                      "Echo Args(\"x\\\"y\", null, true)",
+                                      "SetValue(\"preferences.scripting.cmdlog\", false)",
+                                      "DeselectAll()"}));
+}
+
+TEST_F(ApplicationTest, InstallationPathsComeFromSettingsOrTheEnvironment) {
+  ::setenv("KRX_INSTALL_PATH_4", "/opt/krx/factory", 1);
+  EXPECT_EQ(Application().GetInstallationPath(4), CString("/opt/krx/factory"));
+  SetInstallationPath(2, "/home/u/krx");
+  EXPECT_EQ(Application().GetInstallationPath(2), CString("/home/u/krx"));
+  SetInstallationPath(2, "");
+  EXPECT_EQ(Application().GetInstallationPath(2), CString());
+  EXPECT_EQ(Application().GetInstallationPath(0), CString());
+  EXPECT_EQ(Application().GetInstallationPath(5), CString());
+}
+
+TEST_F(ApplicationTest, CurrentFrameIsPlayControlsCurrent) {
+  const Application app;
+  const Property play_control = app.GetActiveProject().GetPlayControl();
+  ASSERT_TRUE(play_control.IsValid());
+  const uint64_t before = ActiveScene().revision;
+  EXPECT_EQ(app.PutCurrentFrame(12.5), CStatus::OK);
+  EXPECT_EQ(app.GetCurrentFrame(), 12.5);
+  EXPECT_EQ(play_control.GetParameterValue(L"Current").GetDouble(), 12.5);
+  EXPECT_GT(ActiveScene().revision, before);
+  play_control.GetParameter(L"Current").PutValue(3.0);
+  EXPECT_EQ(app.GetCurrentFrame(), 3.0);
+}
+
+TEST_F(ApplicationTest, CreateObjectMakesScriptingObjectsAndRegisteredOperators) {
+  const Application app;
+  EXPECT_TRUE(ScriptingObject(app.CreateObject(L"KRX.UIToolkit")).IsValid());
+  {  // an operator type no plug-in registered
+    EXPECT_FALSE(app.CreateObject(L"Test Op").IsValid());
+    EXPECT_TRUE(Logged(kSeverityError, "Test Op"));
+  }
+  LoadTestPlugin();
+  const CustomOperator op(app.CreateObject(L"Test Op"));
+  ASSERT_TRUE(op.IsValid());
+  EXPECT_FALSE(op.IsConnected());
+  const CustomOperator line = app.CreateScriptedOp(L"ConnectionLine", L"// script", L"JScript");
+  ASSERT_TRUE(line.IsValid());
+  EXPECT_EQ(line.GetName(), CString("ConnectionLine"));
+}
+
+}  // namespace
+}  // namespace KRX::rt

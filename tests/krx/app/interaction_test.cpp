@@ -1,0 +1,237 @@
+// The scripted interaction: the answer queue, message boxes, the file browser and the
+// progress bar, as the plug-in reaches them through the SDK.
+#include <gtest/gtest.h>
+
+#include "krx/app/app_test_support.h"
+
+namespace KRX::rt {
+namespace {
+
+using InteractionTest = AppFixture;
+
+int Box(int style, const char* text = "text", const char* title = "Title") {
+  int result = -1;
+  EXPECT_EQ(Application().GetUIToolkit().MsgBox(text, style, title, result), CStatus::OK);
+  return result;
+}
+
+ScriptingObject Browser() {
+  const ScriptingObject toolkit(Application().CreateObject(L"KRX.UIToolkit"));
+  EXPECT_TRUE(toolkit.IsValid());
+  return toolkit.GetObjectProperty(L"FileBrowser");
+}
+
+CString Browse(bool save) {
+  ScriptingObject browser = Browser();
+  browser.PutProperty(L"Filter", L"Load Template (*.tagt)|*.tagt||");
+  browser.PutProperty(L"DialogTitle", L"Load");
+  browser.PutProperty(L"InitialDirectory", L"/home/u/");
+  browser.Call(save ? L"ShowSave" : L"ShowOpen");
+  return browser.GetProperty(L"FilePathName").GetString();
+}
+
+TEST_F(InteractionTest, QueuedAnswersAreTakenInOrderByTheirRequests) {
+  QueueAnswers({{AnswerKind::Yes, 0, CString()},
+                {AnswerKind::File, 0, CString("/data/hero.tagt")},
+                {AnswerKind::Ok, 0, CString()},
+                {AnswerKind::Button, 4, CString()},
+                {AnswerKind::Cancel, 0, CString()},
+                {AnswerKind::Ok, 0, CString()}});
+  EXPECT_EQ(Box(kMsgBoxYesNo | kMsgBoxIconQuestion), kMsgBoxResultYes);
+  EXPECT_EQ(Browse(false), CString("/data/hero.tagt"));
+  EXPECT_EQ(Box(kMsgBoxOkCancel), kMsgBoxResultOk);
+  EXPECT_EQ(Box(kMsgBoxOk), kMsgBoxResultOk);  // one button: takes no answer
+  EXPECT_EQ(Box(kMsgBoxYesNoCancel), 4);       // "button N" gives N as it is
+  // A modal page takes cancel, then ok.
+  EXPECT_EQ(NextAnswer("page"), std::optional<CValue>(CValue(false)));
+  EXPECT_EQ(NextAnswer("page"), std::optional<CValue>(CValue(true)));
+  EXPECT_TRUE(PendingAnswers().empty());
+  EXPECT_EQ(AnswerMismatchCount(), 0);
+  EXPECT_TRUE(LogLines().empty());
+}
+
+TEST_F(InteractionTest, WithoutAnswersEveryRequestTakesItsSafeDefault) {
+  {  // message boxes: OK when it is the only button, else No or Cancel
+    EXPECT_EQ(Box(kMsgBoxOk | kMsgBoxIconWarning), kMsgBoxResultOk);
+    EXPECT_EQ(Box(kMsgBoxOkCancel), kMsgBoxResultCancel);
+    EXPECT_EQ(Box(kMsgBoxYesNoCancel), kMsgBoxResultCancel);
+    EXPECT_EQ(Box(kMsgBoxYesNo | kMsgBoxIconQuestion), kMsgBoxResultNo);
+    for (const MessageBoxRecord& box : MessageBoxes()) EXPECT_FALSE(box.answered);
+  }
+  {  // cancel closes a box with its safe button too
+    QueueAnswers({{AnswerKind::Cancel, 0, CString()}, {AnswerKind::Cancel, 0, CString()}});
+    EXPECT_EQ(Box(kMsgBoxYesNo), kMsgBoxResultNo);
+    EXPECT_EQ(Box(kMsgBoxOkCancel), kMsgBoxResultCancel);
+    EXPECT_TRUE(MessageBoxes().back().answered);
+  }
+  {  // the file browser, modal pages and picks are cancelled
+    EXPECT_EQ(Browse(true), CString());
+    EXPECT_FALSE(NextAnswer("page").has_value());
+    EXPECT_FALSE(NextAnswer("pick").has_value());
+  }
+  EXPECT_EQ(AnswerMismatchCount(), 0);
+  EXPECT_TRUE(LogLines().empty());
+}
+
+TEST_F(InteractionTest, AnAnswerOfAnotherKindIsReportedAndStaysQueued) {
+  const Answer pick{AnswerKind::Pick, 1, CString("Hero.hips")};
+  QueueAnswers({pick, {AnswerKind::Yes, 0, CString()}});
+  {  // a box finds a pick at the head: default answer, error, nothing consumed
+    EXPECT_EQ(Box(kMsgBoxYesNo), kMsgBoxResultNo);
+    EXPECT_EQ(AnswerMismatchCount(), 1);
+    EXPECT_TRUE(Logged(kSeverityError, "'pick Hero.hips' does not answer a message box"));
+    EXPECT_EQ(PendingAnswers().size(), 2u);
+  }
+  {  // the file browser too
+    EXPECT_EQ(Browse(false), CString());
+    EXPECT_EQ(AnswerMismatchCount(), 2);
+    EXPECT_TRUE(Logged(kSeverityError, "does not answer a file browser"));
+  }
+  {  // a box without the answer's button is out of step as well
+    ClearAnswers();
+    QueueAnswer({AnswerKind::Ok, 0, CString()});
+    EXPECT_EQ(Box(kMsgBoxYesNo), kMsgBoxResultNo);
+    EXPECT_EQ(AnswerMismatchCount(), 3);
+    EXPECT_EQ(Box(kMsgBoxOkCancel), kMsgBoxResultOk);
+    QueueAnswers({pick, {AnswerKind::Yes, 0, CString()}});
+  }
+  {  // the pick session it was meant for still finds it, and the box after it its yes
+    std::optional<CValue> picked = NextAnswer("pick");
+    ASSERT_TRUE(picked.has_value());
+    EXPECT_EQ(*picked, CValue(CValueArray{CValue(1), CValue("Hero.hips")}));
+    EXPECT_EQ(Box(kMsgBoxYesNo), kMsgBoxResultYes);
+    EXPECT_TRUE(PendingAnswers().empty());
+  }
+}
+
+TEST_F(InteractionTest, MessageBoxesAreRecordedAndReachTheObserver) {
+  std::vector<std::string> seen;
+  InteractionHooks hooks;
+  hooks.message_box = [&seen](const MessageBoxRecord& box) {
+    seen.push_back("[box " + box.title.GetAsciiString() + "] " + box.text.GetAsciiString());
+  };
+  SetInteractionHooks(hooks);
+  QueueAnswer({AnswerKind::No, 0, CString()});
+  Box(kMsgBoxIconWarning, "Select a valid model.", "ZRKRetarget");
+  Box(kMsgBoxYesNo | kMsgBoxIconQuestion, "Overwrite?", "Save");
+  ASSERT_EQ(MessageBoxes().size(), 2u);
+  const MessageBoxRecord& first = MessageBoxes()[0];
+  EXPECT_EQ(first.text, CString("Select a valid model."));
+  EXPECT_EQ(first.title, CString("ZRKRetarget"));
+  EXPECT_EQ(first.style, 48);
+  EXPECT_EQ(first.result, kMsgBoxResultOk);
+  EXPECT_FALSE(first.answered);  // an OK-only box does not take the queued "no"
+  EXPECT_TRUE(MessageBoxes()[1].answered);
+  EXPECT_EQ(MessageBoxes()[1].result, kMsgBoxResultNo);
+  EXPECT_EQ(seen, (std::vector<std::string>{"[box ZRKRetarget] Select a valid model.",
+                                            "[box Save] Overwrite?"}));
+}
+
+TEST_F(InteractionTest, FileBrowserRecordsTheDialogAndReportsTheChoice) {
+  QueueAnswers(
+      {{AnswerKind::File, 0, CString("/data/out/walk.krm")}, {AnswerKind::Cancel, 0, CString()}});
+  {
+    EXPECT_EQ(Browse(true), CString("/data/out/walk.krm"));
+    EXPECT_EQ(Browser().GetProperty(L"FileName").GetString(), CString("walk.krm"));
+    ASSERT_EQ(FileBrowsers().size(), 1u);
+    const FileBrowserRecord& dialog = FileBrowsers()[0];
+    EXPECT_EQ(dialog.filter, CString("Load Template (*.tagt)|*.tagt||"));
+    EXPECT_EQ(dialog.title, CString("Load"));
+    EXPECT_EQ(dialog.initial_directory, CString("/home/u/"));
+    EXPECT_TRUE(dialog.save);
+    EXPECT_EQ(dialog.chosen, CString("/data/out/walk.krm"));
+  }
+  {  // a cancelled dialog leaves no path behind from the one before
+    EXPECT_EQ(Browse(false), CString());
+    ASSERT_EQ(FileBrowsers().size(), 2u);
+    EXPECT_FALSE(FileBrowsers()[1].save);
+    EXPECT_EQ(FileBrowsers()[1].chosen, CString());
+  }
+  {  // unknown names are errors, not crashes
+    EXPECT_TRUE(Browser().Call(L"ShowFolder").IsEmpty());
+    EXPECT_TRUE(Logged(kSeverityError, "no method named 'ShowFolder'"));
+    EXPECT_FALSE(ScriptingObject(Application().CreateObject(L"KRX.Nothing")).IsValid());
+  }
+}
+
+TEST_F(InteractionTest, ProgressBarKeepsItsStatesAndClampsItsValue) {
+  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
+  bar.PutMinimum(0);
+  bar.PutMaximum(5);
+  bar.PutStep(2);
+  bar.PutCaption(L"Processing FCurves ...");
+  bar.PutVisible(true);
+  EXPECT_EQ(bar.Increment(), 2);
+  EXPECT_EQ(bar.Increment(), 4);
+  EXPECT_EQ(bar.Increment(), 5);  // clamped to the maximum
+  EXPECT_EQ(bar.Increment(-7), 0);
+  bar.PutVisible(false);
+
+  const ProgressSnapshot now = CurrentProgress();
+  EXPECT_FALSE(now.visible);
+  EXPECT_EQ(now.caption, CString("Processing FCurves ..."));
+  std::vector<int> values;
+  std::vector<bool> shown;
+  for (const ProgressSnapshot& s : ProgressHistory()) {
+    if (values.empty() || values.back() != s.value) values.push_back(s.value);
+    if (shown.empty() || shown.back() != s.visible) shown.push_back(s.visible);
+  }
+  EXPECT_EQ(values, (std::vector<int>{0, 2, 4, 5, 0}));
+  EXPECT_EQ(shown, (std::vector<bool>{false, true, false}));
+  // Putting what is already there records nothing.
+  const size_t recorded = ProgressHistory().size();
+  bar.PutCaption(L"Processing FCurves ...");
+  bar.PutValue(0);
+  EXPECT_EQ(ProgressHistory().size(), recorded);
+}
+
+TEST_F(InteractionTest, ScriptedCancelPressesOnceTheMarkIsReached) {
+  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
+  bar.PutMaximum(10);
+  {  // pressing a hidden bar does nothing
+    PressProgressCancel();
+    bar.PutCancelEnabled(true);
+    bar.PutVisible(true);
+    EXPECT_FALSE(bar.IsCancelPressed());
+  }
+  {  // the order fires when the value reaches the mark, and only once
+    CancelProgressAt(3);
+    bar.PutValue(2);
+    EXPECT_FALSE(bar.IsCancelPressed());
+    bar.Increment(1);
+    EXPECT_TRUE(bar.IsCancelPressed());
+    bar.PutVisible(false);
+    bar.PutValue(0);
+    bar.PutVisible(true);  // a new job
+    EXPECT_FALSE(bar.IsCancelPressed());
+    bar.PutValue(5);
+    EXPECT_FALSE(bar.IsCancelPressed());
+  }
+  {  // without cancel enabled the bar never reports a press
+    bar.PutCancelEnabled(false);
+    PressProgressCancel();
+    EXPECT_FALSE(bar.IsCancelPressed());
+    bar.PutCancelEnabled(true);
+    PressProgressCancel();
+    EXPECT_TRUE(bar.IsCancelPressed());
+  }
+}
+
+TEST_F(InteractionTest, ValueHistoryIsBoundedButOtherChangesAreAlwaysKept) {
+  int heard = 0;
+  InteractionHooks hooks;
+  hooks.progress = [&heard](const ProgressSnapshot&) { ++heard; };
+  SetInteractionHooks(hooks);
+  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
+  const int steps = static_cast<int>(kMaxProgressValueRecords) + 100;
+  bar.PutMaximum(steps);  // 1 change
+  for (int i = 1; i <= steps; ++i) bar.PutValue(i);
+  bar.PutCaption(L"done");  // 1 change
+  EXPECT_EQ(heard, steps + 2);
+  EXPECT_EQ(ProgressHistory().size(), kMaxProgressValueRecords + 2);
+  EXPECT_EQ(ProgressHistory().back().caption, CString("done"));
+  EXPECT_EQ(ProgressHistory().back().value, steps);
+}
+
+}  // namespace
+}  // namespace KRX::rt

@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "krx/plugins/plugin_test_support.h"
+#include "runtime/commands.h"
+
+namespace KRX::rt {
+namespace {
+
+class PluginCommandTest : public PluginFixture {};
+
+// "Echo Args" declares (first = empty, second = 7, third = "three") and returns the
+// "Arguments" array it received.
+TEST_F(PluginCommandTest, ArgumentsArriveInDeclaredOrderWithDefaults) {
+  LoadTestPlugin();
+  auto run = [](const CValueArray& args) {
+    CValue result;
+    EXPECT_EQ(ExecutePluginCommand(L"Echo Args", args, result), CStatus::OK);
+    return result.GetArray();
+  };
+  {  // Nothing given: every default.
+    CValueArray got = run({});
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_TRUE(got[0].IsEmpty());
+    EXPECT_EQ(got[1].GetType(), ValueType::Int);
+    EXPECT_EQ(got[1].GetInt(), 7);
+    EXPECT_EQ(got[2].GetString(), CString("three"));
+  }
+  {  // Leading arguments given, trailing ones defaulted.
+    CValueArray got = run({CValue("a")});
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0].GetString(), CString("a"));
+    EXPECT_EQ(got[1].GetInt(), 7);
+    EXPECT_EQ(got[2].GetString(), CString("three"));
+  }
+  {  // An empty value in the middle stands for an argument left out.
+    CValueArray got = run({CValue(1.5), CValue(), CValue(false)});
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_DOUBLE_EQ(got[0].GetDouble(), 1.5);
+    EXPECT_EQ(got[1].GetInt(), 7);
+    EXPECT_EQ(got[2].GetType(), ValueType::Bool);
+    EXPECT_FALSE(got[2].GetBool());
+  }
+  {  // More arguments than declared: refused before _Execute runs.
+    ClearLog();
+    CValue result = 1;
+    EXPECT_NE(ExecutePluginCommand(L"EchoArgs", {1, 2, 3, 4}, result), CStatus::OK);
+    EXPECT_TRUE(result.IsEmpty());
+    EXPECT_TRUE(Logged(kSeverityError, {"Echo Args", "3 argument", "4 were given"}));
+  }
+  {
+    PluginCommandInfo info;
+    ASSERT_TRUE(DescribePluginCommand(L"EchoArgs", &info));
+    EXPECT_EQ(info.name, CString("Echo Args"));
+    ASSERT_EQ(info.argument_names.size(), 3u);
+    EXPECT_EQ(info.argument_names[1], CString("second"));
+    EXPECT_TRUE(info.return_value);
+    EXPECT_EQ(info.flags, 0);
+  }
+}
+
+TEST_F(PluginCommandTest, ReturnValueOnlyWhenEnabled) {
+  LoadTestPlugin();
+  CValue result = 5;
+  ASSERT_EQ(ExecutePluginCommand(L"NoReturn", {CValue("q")}, result), CStatus::OK);
+  // NoReturn stored 99 as "ReturnValue" without enabling a return value.
+  EXPECT_TRUE(result.IsEmpty());
+  EXPECT_EQ(Notes(), std::vector<std::string>{"NoReturn x=q"});
+  PluginCommandInfo info;
+  ASSERT_TRUE(DescribePluginCommand(L"NoReturn", &info));
+  EXPECT_FALSE(info.return_value);
+  EXPECT_EQ(info.flags, kCommandFlagNoLogging);
+}
+
+TEST_F(PluginCommandTest, FailuresAreLoggedAndNeverThrown) {
+  LoadTestPlugin();
+  {  // A throwing _Execute.
+    CValue result = 1;
+    EXPECT_EQ(ExecutePluginCommand(L"ThrowUp", {}, result), CStatus::Fail);
+    EXPECT_TRUE(result.IsEmpty());
+    EXPECT_TRUE(Logged(kSeverityError, {"ThrowUp_Execute", "boom"}));
+    // The command stays usable.
+    EXPECT_EQ(ExecutePluginCommand(L"ThrowUp", {}, result), CStatus::Fail);
+  }
+  {  // A failing _Init: _Execute never runs.
+    CValue result;
+    EXPECT_NE(ExecutePluginCommand(L"BadInit", {}, result), CStatus::OK);
+    EXPECT_TRUE(Logged(kSeverityError, {"BadInit", "initialisation failed"}));
+    EXPECT_FALSE(DescribePluginCommand(L"BadInit", nullptr));
+  }
+  {
+    CValue result;
+    EXPECT_EQ(ExecutePluginCommand(L"NoExecute", {}, result), CStatus::Fail);
+    EXPECT_TRUE(Logged(kSeverityError, {"NoExecute", "no _Execute"}));
+  }
+  {
+    CValue result;
+    EXPECT_FALSE(IsPluginCommand(L"Nope"));
+    EXPECT_EQ(ExecutePluginCommand(L"Nope", {}, result), CStatus::Fail);
+  }
+  EXPECT_TRUE(Notes().empty());  // BadInit_Execute did not run
+}
+
+TEST_F(PluginCommandTest, HostCommandsRunByName) {
+  RegisterHostCommand(L"ZzTestSum", [](const CValueArray& args, CValue& result) {
+    double sum = 0;
+    for (const CValue& v : args) sum += v.GetDouble();
+    result = sum;
+    return CStatus::OK;
+  });
+  RegisterHostCommand(L"ZzTestThrow", [](const CValueArray&, CValue&) -> CStatus {
+    throw std::logic_error("host bug");
+  });
+  EXPECT_TRUE(IsHostCommand(L"ZzTestSum"));
+  EXPECT_FALSE(IsHostCommand(L"zztestsum"));
+  CValue result;
+  ASSERT_EQ(ExecuteHostCommand(L"ZzTestSum", {1, 2.5, CValue("4")}, result), CStatus::OK);
+  EXPECT_DOUBLE_EQ(result.GetDouble(), 7.5);
+
+  ClearLog();
+  EXPECT_EQ(ExecuteHostCommand(L"ZzTestThrow", {}, result), CStatus::Fail);
+  EXPECT_TRUE(result.IsEmpty());
+  EXPECT_TRUE(Logged(kSeverityError, {"ZzTestThrow", "host bug"}));
+  EXPECT_FALSE(IsHostCommand(L"ZzTestMissing"));
+  EXPECT_EQ(ExecuteHostCommand(L"ZzTestMissing", {}, result), CStatus::Fail);
+}
+
+}  // namespace
+}  // namespace KRX::rt

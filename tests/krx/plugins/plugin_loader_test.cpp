@@ -1,0 +1,216 @@
+#include "plugins/plugin_loader.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "plugins/plugin_items.h"
+#include "krx/plugins/plugin_test_support.h"
+#include "runtime/callbacks.h"
+#include "runtime/commands.h"
+
+namespace KRX::rt {
+namespace {
+
+using Kind = RegistrationKind;
+
+struct Step {
+  Kind kind;
+  const char* name;
+};
+
+class PluginLoaderTest : public PluginFixture {};
+
+TEST_F(PluginLoaderTest, RecordsEveryRegistrationInOrder) {
+  LoadTestPlugin();
+  ASSERT_EQ(LoadedPlugins().size(), 1u);
+  const LoadedPluginInfo& info = LoadedPlugins()[0];
+  EXPECT_EQ(info.path, KRX_TEST_PLUGIN_PATH);
+  EXPECT_EQ(info.author, CString("krx tests"));
+  EXPECT_EQ(info.name, CString("Test Plug-in"));
+  EXPECT_EQ(info.version_major, 1);
+  EXPECT_EQ(info.version_minor, 2);
+
+  const Step expected[] = {
+      {Kind::Author, "krx tests"},     {Kind::Name, "Test Plug-in"}, {Kind::Version, "1.2"},
+      {Kind::Command, "Echo Args"},    {Kind::Command, "NoReturn"},  {Kind::Command, "ThrowUp"},
+      {Kind::Command, "BadInit"},      {Kind::Command, "NoExecute"}, {Kind::Property, "Test Page"},
+      {Kind::Property, "BareProp"},    {Kind::Menu, "Test Menu"},    {Kind::Menu, "Second Menu"},
+      {Kind::Operator, "Test Op"},     {Kind::Operator, "OtherOp"},  {Kind::Event, "Scene Watch"},
+  };
+  ASSERT_EQ(info.steps.size(), std::size(expected));
+  for (size_t i = 0; i < info.steps.size(); ++i) {
+    EXPECT_EQ(info.steps[i].kind, expected[i].kind) << "step " << i;
+    EXPECT_EQ(info.steps[i].name, CString(expected[i].name)) << "step " << i;
+  }
+
+  ASSERT_EQ(info.commands.size(), 5u);
+  EXPECT_EQ(info.commands[0].script_name, CString("EchoArgs"));
+  ASSERT_EQ(info.menus.size(), 2u);
+  EXPECT_EQ(info.menus[0].anchor, 218);
+  EXPECT_FALSE(info.menus[0].submenu || info.menus[0].dynamic);
+  EXPECT_EQ(info.menus[1].anchor, 7);
+  EXPECT_TRUE(info.menus[1].submenu && info.menus[1].dynamic);
+  ASSERT_EQ(info.events.size(), 1u);
+  EXPECT_EQ(info.events[0].event_id, 5);
+
+  EXPECT_TRUE(IsRegisteredOperator(L"Test Op"));
+  EXPECT_FALSE(IsRegisteredOperator(L"TestOp"));  // names match exactly
+  EXPECT_TRUE(IsRegisteredProperty(L"BareProp"));
+  EXPECT_FALSE(IsRegisteredProperty(L"Echo Args"));
+  // A command is found by its name and by its script name.
+  EXPECT_TRUE(IsPluginCommand(L"Echo Args"));
+  EXPECT_TRUE(IsPluginCommand(L"EchoArgs"));
+}
+
+TEST_F(PluginLoaderTest, FindsCallbacksByNameWithoutBlanks) {
+  EXPECT_EQ(CallbackPrefix(L"Rig to Rig"), "RigtoRig");
+  EXPECT_EQ(CallbackPrefix(L" Tag\tRig "), "TagRig");
+  EXPECT_EQ(FindCallback(L"Echo Args", "_Init"), nullptr);  // nothing loaded yet
+
+  LoadTestPlugin();
+  CallbackFn init = FindCallback(L"Echo Args", "_Init");
+  ASSERT_NE(init, nullptr);
+  EXPECT_EQ(init, FindCallbackSymbol("EchoArgs_Init"));
+  EXPECT_NE(FindCallback(L"Test Op", "_Update"), nullptr);
+  EXPECT_EQ(FindCallback(L"Test Op", "_Define"), nullptr);
+  EXPECT_EQ(FindCallback(L"OtherOp", "_Update"), nullptr);  // registered, not exported
+
+  {  // A callback that does not exist is not an error.
+    CRef context;
+    bool found = true;
+    EXPECT_EQ(InvokeCallback(L"OtherOp", "_Term", context, &found), CStatus::OK);
+    EXPECT_FALSE(found);
+  }
+
+  UnloadAllPlugins();
+  EXPECT_EQ(FindCallback(L"Echo Args", "_Init"), nullptr);
+  EXPECT_FALSE(IsPluginCommand(L"Echo Args"));
+  EXPECT_FALSE(IsRegisteredOperator(L"Test Op"));
+}
+
+// The registrar a refused plug-in saw, kept to show that it is inert afterwards.
+PluginRegistrar g_kept_registrar;
+
+CStatus FailingEntry(PluginRegistrar& reg) {
+  reg.PutName(L"Failing");
+  reg.RegisterCommand(L"Orphan", L"Orphan");
+  return CStatus::Fail;
+}
+
+CStatus ThrowingEntry(PluginRegistrar& reg) {
+  reg.PutName(L"Throwing");
+  throw std::runtime_error("entry exploded");
+}
+
+CStatus KeepingEntry(PluginRegistrar& reg) {
+  reg.PutName(L"Keeper");
+  g_kept_registrar = reg;
+  return CStatus::OK;
+}
+
+TEST_F(PluginLoaderTest, RefusesBadModulesAndLeavesNothingBehind) {
+  {
+    std::string error;
+    EXPECT_FALSE(LoadPlugin("/nonexistent/libnothing.so", &error));
+    EXPECT_FALSE(error.empty());
+  }
+  {  // A library without the entry point.
+    std::string error;
+    EXPECT_FALSE(LoadPlugin("libm.so.6", &error));
+    EXPECT_NE(error.find("KRXLoadPlugin"), std::string::npos) << error;
+  }
+  {
+    std::string error;
+    EXPECT_FALSE(LoadInProcessPlugin(&FailingEntry, nullptr, &error));
+    EXPECT_NE(error.find("status 1"), std::string::npos) << error;
+    EXPECT_FALSE(IsPluginCommand(L"Orphan"));
+  }
+  {
+    std::string error;
+    EXPECT_FALSE(LoadInProcessPlugin(&ThrowingEntry, nullptr, &error));
+    EXPECT_NE(error.find("entry exploded"), std::string::npos) << error;
+  }
+  EXPECT_TRUE(LoadedPlugins().empty());
+  {  // The same module twice.
+    LoadTestPlugin();
+    std::string error;
+    EXPECT_FALSE(LoadPlugin(KRX_TEST_PLUGIN_PATH, &error));
+    EXPECT_NE(error.find("already loaded"), std::string::npos) << error;
+    EXPECT_EQ(LoadedPlugins().size(), 1u);
+  }
+  {  // A registrar kept past the entry point registers nothing.
+    ASSERT_TRUE(LoadInProcessPlugin(&KeepingEntry, nullptr));
+    EXPECT_NE(g_kept_registrar.RegisterCommand(L"Late", L"Late"), CStatus::OK);
+    EXPECT_FALSE(IsPluginCommand(L"Late"));
+    EXPECT_TRUE(LoadedPlugins().back().commands.empty());
+  }
+}
+
+CStatus LocalEntry(PluginRegistrar& reg) {
+  reg.PutName(L"Local");
+  reg.RegisterCommand(L"Local Cmd", L"LocalCmd");
+  return CStatus::OK;
+}
+
+CStatus LocalCmdInit(CRef& ctxt) {
+  return Command(Context(ctxt).GetSource()).EnableReturnValue(true);
+}
+
+CStatus LocalCmdExecute(CRef& ctxt) { return Context(ctxt).PutAttribute(L"ReturnValue", 11); }
+
+CStatus LocalCmdOverride(CRef& ctxt) { return Context(ctxt).PutAttribute(L"ReturnValue", 22); }
+
+TEST_F(PluginLoaderTest, InProcessPluginsResolveThroughTheirTable) {
+  ASSERT_TRUE(LoadInProcessPlugin(&LocalEntry, ResolveFromTable({
+                                                   {"LocalCmd_Init", &LocalCmdInit},
+                                                   {"LocalCmd_Execute", &LocalCmdExecute},
+                                               })));
+  EXPECT_TRUE(LoadedPlugins().back().path.empty());
+  CValue result;
+  ASSERT_EQ(ExecutePluginCommand(L"Local Cmd", {}, result), CStatus::OK);
+  EXPECT_EQ(result.GetInt(), 11);
+
+  // An in-process callback is found before any plug-in's own.
+  RegisterInProcessCallback("LocalCmd_Execute", &LocalCmdOverride);
+  ASSERT_EQ(ExecutePluginCommand(L"LocalCmd", {}, result), CStatus::OK);
+  EXPECT_EQ(result.GetInt(), 22);
+  ClearInProcessCallbacks();
+  ASSERT_EQ(ExecutePluginCommand(L"LocalCmd", {}, result), CStatus::OK);
+  EXPECT_EQ(result.GetInt(), 11);
+}
+
+TEST_F(PluginLoaderTest, OperatorUserDataLivesOnTheOperator) {
+  LoadTestPlugin();
+  auto op = std::make_shared<OperatorItem>();
+  op->op_type = L"Test Op";
+  auto context = std::make_shared<ContextItem>();
+  context->source = op;
+  context->op = op.get();
+  CRef ref = RefTo(context);
+
+  ASSERT_EQ(InvokeCallback(op->op_type, "_Init", ref), CStatus::OK);
+  EXPECT_NE(op->user_data, nullptr);
+  EXPECT_EQ(context->user_data, nullptr);
+  // A second context for the same operator sees the same data.
+  auto other = std::make_shared<ContextItem>();
+  other->op = op.get();
+  CRef other_ref = RefTo(other);
+  ASSERT_EQ(InvokeCallback(op->op_type, "_Update", ref), CStatus::OK);
+  ASSERT_EQ(InvokeCallback(op->op_type, "_Update", other_ref), CStatus::OK);
+  EXPECT_EQ(other->attributes[L"Count"].GetInt(), 2);
+  ASSERT_EQ(InvokeCallback(op->op_type, "_Term", ref), CStatus::OK);
+  EXPECT_EQ(op->user_data, nullptr);
+
+  {  // Without an operator, the data stays on the context.
+    auto plain = std::make_shared<ContextItem>();
+    CRef plain_ref = RefTo(plain);
+    int value = 5;
+    EXPECT_EQ(Context(plain_ref).PutUserData(&value), CStatus::OK);
+    EXPECT_EQ(plain->user_data, &value);
+    EXPECT_EQ(Context(plain_ref).GetUserData(), &value);
+  }
+}
+
+}  // namespace
+}  // namespace KRX::rt

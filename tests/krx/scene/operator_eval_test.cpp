@@ -1,0 +1,309 @@
+// Operators: dependency order, one update per output, the value before the write, caching
+// and its invalidation, cycles, and their life cycle from _Init to _Term.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "krx/scene/scene_test_support.h"
+#include "scene/scene_edit.h"
+
+namespace KRX::rt::testing {
+namespace {
+
+using MATH::CTransformation;
+using MATH::CVector3;
+
+struct Record {
+  std::vector<std::string> updates;  // "<output object>@<frame>"
+  int inits = 0;
+  int terms = 0;
+  int updates_without_data = 0;
+};
+Record& Rec() {
+  static Record record;
+  return record;
+}
+
+X3DObject OutputObject(const OperatorContext& ctx) {
+  const CRef target = ctx.GetOutputTarget();
+  if (KinematicState state(target); state.IsValid()) return state.GetObject();
+  return X3DObject(target);
+}
+
+void Note(const OperatorContext& ctx) {
+  Rec().updates.push_back(OutputObject(ctx).GetName().GetAsciiString() + "@" +
+                          std::to_string(static_cast<int>(ctx.GetTime())));
+  if (!ctx.GetUserData()) ++Rec().updates_without_data;
+}
+
+CStatus Init(CRef& ref) {
+  ++Rec().inits;
+  Context(ref).PutUserData(new int(0));
+  return CStatus::OK;
+}
+
+CStatus Term(CRef& ref) {
+  ++Rec().terms;
+  Context context(ref);
+  delete static_cast<int*>(context.GetUserData());
+  context.PutUserData(nullptr);
+  return CStatus::OK;
+}
+
+// Output = input 0's transform moved by (0, amount, 0); amount = input 1 or 1.
+CStatus ShiftUpdate(CRef& ref) {
+  OperatorContext ctx(ref);
+  Note(ctx);
+  const KinematicState source(ctx.GetInputValue(0).GetRef());
+  const double amount = ctx.GetInputCount() > 1 ? ctx.GetInputValue(1).GetDouble() : 1.0;
+  CTransformation t = source.GetTransform(ctx.GetTime());
+  t.SetTranslation(t.GetTranslation() + CVector3(0, amount, 0));
+  return ctx.PutOutputTransform(t);
+}
+
+// Output = its value before this write, moved by (1, 0, 0).
+CStatus NudgeUpdate(CRef& ref) {
+  OperatorContext ctx(ref);
+  Note(ctx);
+  CTransformation t = ctx.GetOutputTransform();
+  t.SetTranslation(t.GetTranslation() + CVector3(1, 0, 0));
+  return ctx.PutOutputTransform(t);
+}
+
+// Each output = input 0's transform moved by (0, 0, output index + 1).
+CStatus PairUpdate(CRef& ref) {
+  OperatorContext ctx(ref);
+  Note(ctx);
+  const KinematicState source(ctx.GetInputValue(0).GetRef());
+  CTransformation t = source.GetTransform(ctx.GetTime());
+  const double lift = OutputObject(ctx).GetName() == CString(L"b") ? 2.0 : 1.0;
+  t.SetTranslation(t.GetTranslation() + CVector3(0, 0, lift));
+  return ctx.PutOutputTransform(t);
+}
+
+// Writes its output the way chain operators do: a put on the output state itself.
+CStatus PutBackUpdate(CRef& ref) {
+  OperatorContext ctx(ref);
+  Note(ctx);
+  KinematicState out(ctx.GetOutputTarget());
+  CTransformation t = out.GetTransform(ctx.GetTime());
+  t.SetTranslation(t.GetTranslation() + CVector3(0, 10, 0));
+  return out.PutTransform(t, ctx.GetTime());
+}
+
+// Output parameter = input parameter x 2.
+CStatus DoubleUpdate(CRef& ref) {
+  OperatorContext ctx(ref);
+  return ctx.PutOutputValue(ctx.GetInputValue(0).GetDouble() * 2.0);
+}
+
+class OperatorEval : public SceneTest {
+ protected:
+  void SetUp() override {
+    SceneTest::SetUp();
+    Rec() = Record();
+    for (const char* type : {"ShiftOp", "NudgeOp", "PairOp", "PutBackOp"}) {
+      RegisterInProcessCallback(std::string(type) + "_Init", &Init);
+      RegisterInProcessCallback(std::string(type) + "_Term", &Term);
+    }
+    RegisterInProcessCallback("ShiftOp_Update", &ShiftUpdate);
+    RegisterInProcessCallback("NudgeOp_Update", &NudgeUpdate);
+    RegisterInProcessCallback("PairOp_Update", &PairUpdate);
+    RegisterInProcessCallback("PutBackOp_Update", &PutBackUpdate);
+    RegisterInProcessCallback("DoubleOp_Update", &DoubleUpdate);
+  }
+
+  static CustomOperator Connected(const wchar_t* type, const std::vector<CRef>& outputs,
+                                  const std::vector<CRef>& inputs) {
+    CustomOperator op(CRef(std::weak_ptr<Item>(CreateOperatorItem(type))));
+    for (const CRef& r : outputs) op.AddOutputPort(r);
+    for (const CRef& r : inputs) op.AddInputPort(r);
+    EXPECT_TRUE(Succeeded(op.Connect()));
+    return op;
+  }
+  static CRef G(const X3DObject& o) { return Global(o).GetRef(); }
+  static CRef L(const X3DObject& o) { return Local(o).GetRef(); }
+};
+
+TEST_F(OperatorEval, RunsAfterOperatorsWritingItsInputsAndItsParents) {
+  X3DObject src = root_.AddNull(L"src");
+  X3DObject mid = root_.AddNull(L"mid");
+  X3DObject top = root_.AddNull(L"top");
+  X3DObject child = top.AddNull(L"child");
+  Put(src, L"posx", 1.0);
+  // Connected in the order that would be wrong if connection order decided.
+  Connected(L"ShiftOp", {G(child)}, {G(mid)});
+  Connected(L"ShiftOp", {G(mid)}, {G(src)});
+  Connected(L"ShiftOp", {G(top)}, {G(src)});
+  {
+    ExpectNear(GlobalPosition(child, 1.0), CVector3(1, 2, 0));
+    EXPECT_EQ(Rec().updates, (std::vector<std::string>{"top@1", "mid@1", "child@1"}));
+    // The write of the global derives the local against the parent's global (1, 1, 0).
+    ExpectNear(Local(child).GetTransform(1.0).GetTranslation(), CVector3(0, 1, 0));
+  }
+  {  // Read again at the same time: everything comes from the caches.
+    ExpectNear(GlobalPosition(mid, 1.0), CVector3(1, 1, 0));
+    ExpectNear(GlobalPosition(child, 1.0), CVector3(1, 2, 0));
+    EXPECT_EQ(Rec().updates.size(), 3u);
+  }
+  {  // At another time each operator runs once more.
+    GlobalPosition(child, 2.0);
+    EXPECT_EQ(Rec().updates.size(), 6u);
+    EXPECT_EQ(Rec().updates_without_data, 0);
+  }
+}
+
+TEST_F(OperatorEval, OneUpdatePerOutputSeeingTheValueBeforeItsWrite) {
+  {  // Two operators on one state, each adding 1 to what it finds.
+    X3DObject x = root_.AddNull(L"x");
+    Put(x, L"posx", 2.0);
+    Connected(L"NudgeOp", {G(x)}, {});
+    Connected(L"NudgeOp", {G(x)}, {});
+    ExpectNear(GlobalPosition(x, 1.0), CVector3(4, 0, 0));
+    EXPECT_EQ(Rec().updates.size(), 2u);
+  }
+  {  // One operator with two outputs: one update each, in port order.
+    Rec() = Record();
+    X3DObject s = root_.AddNull(L"s");
+    X3DObject a = root_.AddNull(L"a");
+    X3DObject b = root_.AddNull(L"b");
+    Put(s, L"posy", 3.0);
+    Connected(L"PairOp", {G(a), G(b)}, {G(s)});
+    EXPECT_EQ(Rec().inits, 1);
+    ExpectNear(GlobalPosition(b, 1.0), CVector3(0, 3, 2));
+    ExpectNear(GlobalPosition(a, 1.0), CVector3(0, 3, 1));
+    EXPECT_EQ(Rec().updates, (std::vector<std::string>{"a@1", "b@1"}));
+  }
+  {  // A put on its own output inside the update is the operator's write, not a new put.
+    Rec() = Record();
+    X3DObject y = root_.AddNull(L"y");
+    Put(y, L"posy", 1.0);
+    Connected(L"PutBackOp", {G(y)}, {});
+    ExpectNear(GlobalPosition(y, 1.0), CVector3(0, 11, 0));
+    ExpectNear(GlobalPosition(y, 1.0), CVector3(0, 11, 0));
+    EXPECT_EQ(Rec().updates.size(), 1u);
+    EXPECT_DOUBLE_EQ(Local(y).GetParameter(L"posy").GetValue(1.0).GetDouble(), 11.0);
+    ExpectNear(GlobalPosition(y, 2.0), CVector3(0, 11, 0));  // the parameter itself kept 1
+  }
+  {  // A local-state output composes with the parent; a parameter output is read back.
+    X3DObject holder = root_.AddNull(L"holder");
+    Put(holder, L"posz", 5.0);
+    X3DObject z = holder.AddNull(L"z");
+    X3DObject s = root_.AddNull(L"s2");
+    Put(s, L"posx", 2.0);
+    Connected(L"ShiftOp", {L(z)}, {L(s)});
+    ExpectNear(GlobalPosition(z, 1.0), CVector3(2, 1, 5));
+    CustomProperty p = root_.AddCustomProperty(L"Values");
+    Parameter in = p.AddParameter(L"in", ValueType::Double, kCapAnimatable, L"", L"", 1.5);
+    Parameter out = p.AddParameter(L"out", ValueType::Double, kCapAnimatable, L"", L"", 0.0);
+    Connected(L"DoubleOp", {out.GetRef()}, {in.GetRef()});
+    EXPECT_DOUBLE_EQ(out.GetValue().GetDouble(), 3.0);
+    EXPECT_TRUE(out.IsAnimated(AnimationSource::Operator));
+    in.PutValue(4.0);
+    EXPECT_DOUBLE_EQ(out.GetValue().GetDouble(), 8.0);
+  }
+}
+
+TEST_F(OperatorEval, CachedResultsEndWithEveryChange) {
+  X3DObject a = root_.AddNull(L"a");
+  X3DObject b = root_.AddNull(L"b");
+  CustomProperty settings = root_.AddCustomProperty(L"Settings");
+  Parameter amount = settings.AddParameter(L"amount", ValueType::Double, kCapAnimatable, L"", L"", 1.0);
+  FCurve curve = Local(a).GetParameter(L"posx").AddFCurve({Key(1, 0), Key(11, 10)});
+  CustomOperator op = Connected(L"ShiftOp", {G(b)}, {G(a), amount.GetRef()});
+  Application app;
+  auto updates = [] { return Rec().updates.size(); };
+  {
+    ExpectNear(GlobalPosition(b), CVector3(0, 1, 0));
+    ExpectNear(GlobalPosition(b), CVector3(0, 1, 0));
+    EXPECT_EQ(updates(), 1u);
+  }
+  {  // A put on an input.
+    Put(a, L"posz", 2.0);
+    ExpectNear(GlobalPosition(b), CVector3(0, 1, 2));
+    EXPECT_EQ(updates(), 2u);
+  }
+  {  // A key edit of the curve driving an input.
+    curve.SetKey(0, Key(1, 4));
+    ExpectNear(GlobalPosition(b), CVector3(4, 1, 2));
+    EXPECT_EQ(updates(), 3u);
+  }
+  {  // A parameter input.
+    amount.PutValue(2.5);
+    ExpectNear(GlobalPosition(b), CVector3(4, 2.5, 2));
+    EXPECT_EQ(updates(), 4u);
+  }
+  {  // A new current frame.
+    app.PutCurrentFrame(11.0);
+    ExpectNear(GlobalPosition(b), CVector3(10, 2.5, 2));
+    EXPECT_EQ(updates(), 5u);
+  }
+  {  // Marked dirty by hand.
+    op.Dirty();
+    GlobalPosition(b);
+    EXPECT_EQ(updates(), 6u);
+  }
+  {  // Deleting the input object takes the operator with it.
+    ASSERT_TRUE(Succeeded(DeleteItem(a.Lock())));
+    EXPECT_FALSE(op.IsValid());
+    EXPECT_EQ(Rec().terms, 1);
+    ExpectNear(GlobalPosition(b), CVector3(0, 0, 0));
+    EXPECT_EQ(updates(), 6u);
+  }
+}
+
+TEST_F(OperatorEval, CycleIsReportedOnceAndBroken) {
+  X3DObject a = root_.AddNull(L"a");
+  X3DObject b = root_.AddNull(L"b");
+  Connected(L"ShiftOp", {G(a)}, {G(b)});
+  Connected(L"ShiftOp", {G(b)}, {G(a)});
+  for (double frame : {1.0, 2.0, 3.0, 1.0}) {
+    const size_t before = Rec().updates.size();
+    const CVector3 p = GlobalPosition(a, frame);
+    EXPECT_TRUE(std::isfinite(p.GetY()));
+    EXPECT_LE(Rec().updates.size() - before, 2u);
+  }
+  EXPECT_EQ(CountLogged(kSeverityError, "cycle"), 1);
+  {  // Reading its own output as an input is no cycle: it sees the value before its write.
+    ClearLog();
+    X3DObject c = root_.AddNull(L"c");
+    Put(c, L"posx", 5.0);
+    Connected(L"ShiftOp", {G(c)}, {G(c)});
+    ExpectNear(GlobalPosition(c, 1.0), CVector3(5, 1, 0));
+    EXPECT_EQ(CountLogged(kSeverityError, "cycle"), 0);
+  }
+}
+
+TEST_F(OperatorEval, UserDataLivesFromInitToTerm) {
+  X3DObject a = root_.AddNull(L"a");
+  X3DObject b = root_.AddNull(L"b");
+  CustomOperator op(CRef(std::weak_ptr<Item>(CreateOperatorItem(L"ShiftOp"))));
+  op.AddOutputPort(G(b), L"out");
+  op.AddInputPort(G(a), L"in");
+  {  // Nothing runs before Connect; the operator waits outside the scene.
+    EXPECT_FALSE(op.IsConnected());
+    EXPECT_EQ(Rec().inits, 0);
+    ExpectNear(GlobalPosition(b), CVector3(0, 0, 0));
+    EXPECT_TRUE(Rec().updates.empty());
+  }
+  {  // Connect runs _Init once and keeps the operator with its first output.
+    ASSERT_TRUE(Succeeded(op.Connect()));
+    ASSERT_TRUE(Succeeded(op.Connect()));
+    EXPECT_EQ(Rec().inits, 1);
+    EXPECT_EQ(op.GetFullName(), CString(L"b.kine.global.ShiftOp"));
+    EXPECT_EQ(CRef::FromText(L"b.kine.global.ShiftOp"), op.GetRef());
+    ExpectNear(GlobalPosition(b), CVector3(0, 1, 0));
+    EXPECT_EQ(Rec().updates_without_data, 0);
+  }
+  {  // A new scene ends it.
+    ResetScene();
+    EXPECT_EQ(Rec().terms, 1);
+    EXPECT_FALSE(op.IsValid());
+    EXPECT_FALSE(a.IsValid());
+  }
+}
+
+}  // namespace
+}  // namespace KRX::rt::testing
