@@ -161,6 +161,14 @@ class X3DObject : public SceneItem {
   std::vector<MATH::CVector3> GetCurvePoints() const;
   CStatus PutCurvePoints(const std::vector<MATH::CVector3>& points);
 
+  // A two-dimensional IK chain below this object: a chain root at `root_position`, one
+  // bone reaching to `end_position`, and an effector there (global positions). `normal`
+  // is the chain's preferred bend normal. More bones are added with ChainRoot::AddBone.
+  // Returns the chain root.
+  X3DObject Add2DChain(const MATH::CVector3& root_position, const MATH::CVector3& end_position,
+                       const MATH::CVector3& normal = MATH::CVector3(0.0, 0.0, 1.0),
+                       const CString& name = L"");
+
   std::vector<Constraint> GetConstraints() const;
   // "Position" or "Orientation": the object follows `constraining`'s global position or
   // rotation when evaluated.
@@ -220,6 +228,52 @@ class KinematicState : public ProjectItem {
 
  protected:
   ClassID HandleClass() const override { return ClassID::KinematicState; }
+};
+
+// The root of an IK chain. Its children are the chain's bones, each below the previous
+// one, and the effector below the root. When the scene is evaluated, a chain whose
+// effector has moved solves: a two-bone chain bends in the plane spanned by the root, the
+// effector and the up-vector reference (or the chain's normal without one); the bones keep
+// their lengths. An effector follows the last bone's end unless something drives it.
+class ChainRoot : public X3DObject {
+ public:
+  using X3DObject::X3DObject;
+  // Appends a bone ending at `end_position` (global) and moves the effector there.
+  X3DObject AddBone(const MATH::CVector3& end_position, const CString& name = L"");
+  std::vector<X3DObject> GetBones() const;
+  X3DObject GetEffector() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ChainRoot; }
+};
+
+// A bone of an IK chain. Its joint is the property "joint" with the parameters "roll"
+// (degrees, the chain plane's roll about the root-effector line, on the first bone) and
+// "chntype" (0 IK, 1 FK, 2 driven), readable and settable by name as
+// "<bone full name>.joint.roll".
+class ChainBone : public X3DObject {
+ public:
+  using X3DObject::X3DObject;
+  ChainRoot GetRoot() const;
+  X3DObject GetEffector() const;
+  Property GetJoint() const;
+  // The object whose position orients the chain plane; invalid when none.
+  X3DObject GetUpVectorReference() const;
+  CStatus PutUpVectorReference(const X3DObject& reference);
+  // Bone length along its local X axis.
+  double GetLength() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ChainBone; }
+};
+
+class ChainEffector : public X3DObject {
+ public:
+  using X3DObject::X3DObject;
+  ChainRoot GetRoot() const;
+
+ protected:
+  ClassID HandleClass() const override { return ClassID::ChainEffector; }
 };
 
 class Constraint : public Property {

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Sets up and builds the project, then runs the main job on the project's own example data:
+# krx loads the plug-in, lists what it registered and runs the demo command script.
+# Output lands in build/demo/.
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$here"
+
+bash scripts/setup.sh build
+
+mkdir -p build/demo
+cd build
+echo "== what the plug-in registered"
+./krx --list --plugin ./libkavor.so
+echo "== the demo script"
+./krx --echo ../examples/demo.krx -c 'GetValue("PlayControl.Out")'
+echo "== results in build/demo/"
+ls -l demo
