@@ -17,7 +17,7 @@ enum class Back { kFalse, kNothing, kZero };
 // I integer, F flag (missing only). `checks` are the messages of its checks in order,
 // without the "<command> command " in front; `operation` names the work it hands over to
 // (null: the work succeeds quietly on the test scene).
-struct CommandSpec {
+struct CommandCase {
   const char* command;
   std::vector<std::string> arguments;
   const char* kinds;
@@ -26,7 +26,7 @@ struct CommandSpec {
   Back back;
 };
 
-const std::vector<CommandSpec> kCommands = {
+const std::vector<CommandCase> kCommands = {
     {"Retarget",
      {"sourcemodel", "targetmodel", "strarttime", "endtime"},
      "MMII",
@@ -213,23 +213,23 @@ class CommandCheckTest : public KavorModuleTest {
   }
 
   // A failed check hands back false, or nothing where the command stores nothing.
-  static Back OnFailure(const CommandSpec& spec) {
-    return spec.back == Back::kNothing ? Back::kNothing : Back::kFalse;
+  static Back OnFailure(const CommandCase& row) {
+    return row.back == Back::kNothing ? Back::kNothing : Back::kFalse;
   }
 };
 
 TEST_F(CommandCheckTest, InitDeclaresTheArguments) {
   ASSERT_EQ(kCommands.size(), 21u);
-  for (const CommandSpec& spec : kCommands) {
-    SCOPED_TRACE(spec.command);
+  for (const CommandCase& row : kCommands) {
+    SCOPED_TRACE(row.command);
     KRX::rt::PluginCommandInfo info;
-    ASSERT_TRUE(KRX::rt::DescribePluginCommand(KRX::CString(spec.command), &info));
+    ASSERT_TRUE(KRX::rt::DescribePluginCommand(KRX::CString(row.command), &info));
     std::vector<std::string> names;
     for (const KRX::CString& name : info.argument_names) names.push_back(name.GetAsciiString());
-    EXPECT_EQ(names, spec.arguments);
+    EXPECT_EQ(names, row.arguments);
     for (const KRX::CValue& value : info.argument_defaults) EXPECT_TRUE(value.IsEmpty());
     // Only the command that removes everything has no return value; it is not echoed.
-    const bool removes_all = std::string(spec.command) == "RemoveAllKavorPropsAndOps";
+    const bool removes_all = std::string(row.command) == "RemoveAllKavorPropsAndOps";
     EXPECT_EQ(info.return_value, !removes_all);
     EXPECT_EQ(info.flags, removes_all ? 0x800000 : 0);
   }
@@ -239,24 +239,24 @@ TEST_F(CommandCheckTest, InitDeclaresTheArguments) {
 // nothing), and the ones after it are left out. With all of them valid the command hands
 // over to its operation.
 TEST_F(CommandCheckTest, EachCheckLogsItsMessage) {
-  for (const CommandSpec& spec : kCommands) {
-    if (spec.kinds[0] == '\0') continue;  // checked in an order of their own
-    const std::string prefix = std::string(spec.command) + " command ";
+  for (const CommandCase& row : kCommands) {
+    if (row.kinds[0] == '\0') continue;  // checked in an order of their own
+    const std::string prefix = std::string(row.command) + " command ";
     KRX::CValueArray valid;
     size_t check = 0;
-    for (const char* kind = spec.kinds; *kind != '\0'; ++kind) {
+    for (const char* kind = row.kinds; *kind != '\0'; ++kind) {
       KRX::CValueArray arguments = valid;
-      Expect(spec.command, arguments, prefix + spec.checks.at(check++), OnFailure(spec));
+      Expect(row.command, arguments, prefix + row.checks.at(check++), OnFailure(row));
       if (*kind == 'M') {
         arguments.push_back(kNobody);
-        Expect(spec.command, arguments, prefix + spec.checks.at(check++), OnFailure(spec));
+        Expect(row.command, arguments, prefix + row.checks.at(check++), OnFailure(row));
       }
       valid.push_back(ValidArgument(*kind));
     }
-    EXPECT_EQ(check, spec.checks.size()) << spec.command;
+    EXPECT_EQ(check, row.checks.size()) << row.command;
     const std::string handed_over =
-        spec.operation ? std::string(spec.operation) + " is not available yet." : "";
-    Expect(spec.command, valid, handed_over, spec.back);
+        row.operation ? std::string(row.operation) + " is not available yet." : "";
+    Expect(row.command, valid, handed_over, row.back);
   }
 }
 
