@@ -1,0 +1,24 @@
+// Text between host strings and the DOM.
+//
+// Host text is wide (one character per code point). The DOM holds UTF-16. Characters that
+// XML cannot carry (most control characters, unpaired surrogates, U+FFFE and U+FFFF, code
+// points beyond U+10FFFF) become '?' on the way in, so that whatever the host hands over
+// can be written and read back. A path held one byte per character (see kavor/host/host.h)
+// therefore round-trips byte for byte.
+#pragma once
+
+#include <string>
+#include <xercesc/util/XercesDefs.hpp>
+
+#include "krx/value.h"
+
+namespace kavor {
+
+// Host text as a NUL-terminated DOM string; c_str() gives the XMLCh pointer.
+std::u16string ToXmlText(const KRX::CString& text);
+
+// A DOM string (null allowed: gives empty text) as host text. Unpaired surrogates become
+// '?'.
+KRX::CString FromXmlText(const XMLCh* text);
+
+}  // namespace kavor
