@@ -2,6 +2,7 @@
 
 #include "kavor/host/host.h"
 #include "kavor/plugin/retarget_frame_range.h"
+#include "kavor/tagging/tag_flows.h"
 
 namespace kavor::ops {
 
@@ -35,8 +36,9 @@ bool SaveC3dPoseMap(const KRX::Model&, const KRX::Model&, const KRX::CString&) {
   return NotAvailable(L"SaveC3dPoseMap");
 }
 
-bool SetTagValue(const KRX::Model&, const KRX::CString&, const KRX::CString&, int32_t) {
-  return NotAvailable(L"SetTagValue");
+bool SetTagValue(const KRX::Model& model, const KRX::CString& tag_name,
+                 const KRX::CString& tag_value, int32_t tag_type) {
+  return kavor::SetTagValue(model, ToNarrow(tag_name), ToNarrow(tag_value), tag_type);
 }
 
 bool SaveTagTemplate(const KRX::Model&, const KRX::CString&) {
@@ -47,9 +49,9 @@ bool InheritTagTemplate(const KRX::Model&, const KRX::CString&) {
   return NotAvailable(L"InheritTagTemplate");
 }
 
-bool ApplyTagsToRig(const KRX::Model&) { return NotAvailable(L"ApplyTagsToRig"); }
+bool ApplyTagsToRig(const KRX::Model& model) { return kavor::ApplyTagsToRig(model); }
 
-bool CleanTagsFromRig(const KRX::Model&) { return NotAvailable(L"CleanTagsFromRig"); }
+bool CleanTagsFromRig(const KRX::Model& model) { return kavor::CleanTagsFromRig(model); }
 
 bool BuildTagPageLayout(const KRX::Model&, const KRX::CString&) {
   return NotAvailable(L"BuildTagPageLayout");

@@ -22,7 +22,7 @@ struct CommandCase {
   std::vector<std::string> arguments;
   const char* kinds;
   std::vector<std::string> checks;
-  const char* operation;
+  const char* operation;  // the hand-over logged; "" once the operation is real
   Back back;
 };
 
@@ -65,7 +65,7 @@ const std::vector<CommandCase> kCommands = {
      "MTTI",
      {"missing model.", "invalid model.", "missing tagname.", "missing tagvalue.",
       "missing tagtype."},
-     "SetTagValue",
+     "",  // implemented: driven by the tagging tests
      Back::kFalse},
     {"SaveTagTemplateFile",
      {"model", "tag_template_filename"},
@@ -89,13 +89,13 @@ const std::vector<CommandCase> kCommands = {
      {"targetmodel"},
      "M",
      {"missing model.", "invalid model."},
-     "ApplyTagsToRig",
+     "",  // implemented: driven by the tagging tests
      Back::kFalse},
     {"CleanTagsFromRig",
      {"targetmodel"},
      "M",
      {"missing model.", "invalid model."},
-     "CleanTagsFromRig",
+     "",  // implemented: driven by the tagging tests
      Back::kFalse},
     {"SetStructureFile",
      {"targetmodel", "structurefile"},
@@ -254,6 +254,7 @@ TEST_F(CommandCheckTest, EachCheckLogsItsMessage) {
       valid.push_back(ValidArgument(*kind));
     }
     EXPECT_EQ(check, row.checks.size()) << row.command;
+    if (row.operation && *row.operation == '\0') continue;
     const std::string handed_over =
         row.operation ? std::string(row.operation) + " is not available yet." : "";
     Expect(row.command, valid, handed_over, row.back);
@@ -305,20 +306,20 @@ TEST_F(CommandCheckTest, ModelArgumentsMustBeModels) {
   ASSERT_TRUE(hero.IsValid());
   KRX::X3DObject hip = hero.AddNull(L"hip");
   KRX::X3DObject inner = hero.AddModel(L"Inner");
-  const std::string invalid = "ApplyTagsToRig command invalid model.";
-  const std::string handed_over = "ApplyTagsToRig is not available yet.";
-  Expect("ApplyTagsToRig", {KRX::CValue(hip.GetRef())}, invalid, Back::kFalse);
-  Expect("ApplyTagsToRig", {KRX::CValue(hip.GetFullName())}, invalid, Back::kFalse);
-  Expect("ApplyTagsToRig", {kTen}, invalid, Back::kFalse);
-  Expect("ApplyTagsToRig", {KRX::CValue(inner.GetRef())}, handed_over, Back::kFalse);
-  Expect("ApplyTagsToRig", {KRX::CValue(inner.GetFullName())}, handed_over, Back::kFalse);
+  const std::string invalid = "RemoveKAVOROperators command invalid target model.";
+  const std::string handed_over = "RemoveRetargetSetup is not available yet.";
+  Expect("RemoveKAVOROperators", {KRX::CValue(hip.GetRef())}, invalid, Back::kNothing);
+  Expect("RemoveKAVOROperators", {KRX::CValue(hip.GetFullName())}, invalid, Back::kNothing);
+  Expect("RemoveKAVOROperators", {kTen}, invalid, Back::kNothing);
+  Expect("RemoveKAVOROperators", {KRX::CValue(inner.GetRef())}, handed_over, Back::kNothing);
+  Expect("RemoveKAVOROperators", {KRX::CValue(inner.GetFullName())}, handed_over, Back::kNothing);
   {  // A reference to a deleted model.
     const KRX::CValue gone(inner.GetRef());
     KRX::CValue ignored;
     ASSERT_EQ(KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())},
                                                 ignored),
               KRX::CStatus::OK);
-    Expect("ApplyTagsToRig", {gone}, invalid, Back::kFalse);
+    Expect("RemoveKAVOROperators", {gone}, invalid, Back::kNothing);
   }
 }
 
