@@ -26,7 +26,8 @@ void ExpectQuaternion(const CTransformation& t, double w, double x, double y, do
 
 // Tags every node of the test structure on the rig built by BuildRig.
 void TagRig(const rigtest::Rig& rig, ModelStructure& structure) {
-  KRX::CustomProperty page = rig.model.AddCustomProperty(L"TagPage");
+  KRX::Model model = rig.model;
+  KRX::CustomProperty page = model.AddCustomProperty(L"TagPage");
   for (const wchar_t* fixed : {L"StructureTag", L"StructureFile", L"TemplateFile", L"dirty"}) {
     page.AddParameter(fixed, KRX::ValueType::String, 4, L"", L"", KRX::CValue(L""));
   }
@@ -88,6 +89,9 @@ TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
   CTransformation knee = rig.knee.GetKinematics().GetGlobal().GetTransform();
   knee.SetTranslationFromValues(1, 6, 1);
   rig.knee.GetKinematics().GetGlobal().PutTransform(knee);
+  CTransformation ankle = rig.ankle.GetKinematics().GetGlobal().GetTransform();
+  ankle.SetTranslationFromValues(1, 2, 0);  // the foot stays where it was
+  rig.ankle.GetKinematics().GetGlobal().PutTransform(ankle);
   TagRig(rig, *structure);
   {
     RetargetModel model(rig.model, structure.get());

@@ -88,14 +88,16 @@ TEST_F(TagChecks, SingleChoiceRules) {
 }
 
 TEST_F(TagChecks, SubControls) {
+  ASSERT_TRUE(Set("Hips", "Hips"));
   EXPECT_FALSE(Set("cog", "NoSuchObject"));
   EXPECT_TRUE(iotest::Logged(4, {"The NoSuchObject node does not exist."}));
   ASSERT_TRUE(Set("cog", "Hips"));
   EXPECT_EQ(Value("cog"), "Hips");
   EXPECT_FALSE(Set("pelvis", "Hips"));
   EXPECT_EQ(LastBox(), "The Hips node is already assigned to a sub controller.");
-  // A sub-control may share its object with a structure node.
-  ASSERT_TRUE(Set("Hips", "Hips"));
+  // The base node takes no object another node or sub-control already has.
+  EXPECT_FALSE(Set("Hips", "Hips"));
+  EXPECT_EQ(LastBox(), "The base node Hips requires a rig node that has not been selected.");
   EXPECT_TRUE(Set("pelvis", "Spine", kTagModeExtraction));  // no extraction rules: a plain write
   EXPECT_EQ(Value("pelvis"), "Spine");
 }

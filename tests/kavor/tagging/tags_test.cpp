@@ -20,7 +20,7 @@ using rigtest::RigTest;
 
 KRX::CustomProperty MakePage(const KRX::Model& model,
                              std::initializer_list<std::pair<const wchar_t*, const wchar_t*>> values) {
-  KRX::CustomProperty page = model.AddCustomProperty(L"TagPage");
+  KRX::CustomProperty page = KRX::Model(model).AddCustomProperty(L"TagPage");
   for (const wchar_t* fixed : {L"StructureTag", L"StructureFile", L"TemplateFile", L"dirty"}) {
     page.AddParameter(fixed, KRX::ValueType::String, 4, L"", L"", KRX::CValue(L""));
   }
@@ -160,7 +160,8 @@ TEST_F(RigTest, ReadingSkipsUntaggedNodesAndSplitsChannels) {
   // The map section lists the tagged nodes in structure order.
   std::ostringstream out;
   WriteTagTemplate(out, model);
-  Tokenizer tokenizer(out.str());
+  const std::string text = out.str();
+  Tokenizer tokenizer(text);
   const std::optional<MapFile> map = ReadMapSection(tokenizer);
   ASSERT_TRUE(map);
   EXPECT_EQ(map->structure_source, "TestRig");
