@@ -2,6 +2,7 @@
 // parameters and the operators writing the object's states; puts on kinematic states.
 #include <algorithm>
 
+#include "scene/chains.h"
 #include "scene/evaluation.h"
 #include "scene/items.h"
 #include "scene/kine_math.h"
@@ -173,6 +174,7 @@ Pose EvaluateObject(ObjectItem& object, double time) {
   cache.local = LocalFromParams(object, time);
   cache.global = CTransformation::Mul(cache.local, parent_global);
   if (!object.binding.constraints.empty()) ApplyConstraints(object, time);
+  if (object.cls == ClassID::ChainBone) ApplyChainSolve(object, time);
   if (object.binding.global_driven) ApplyDrivenGlobals(object, time);
   for (size_t i = 0; i < object.binding.writers.size(); ++i) {
     ApplyWriter(*object.binding.writers[i], object, time);

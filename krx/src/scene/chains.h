@@ -1,0 +1,29 @@
+// IK chain structure inside the runtime: a chain root ("root") with a property "chain"
+// holding the bend normal (normalx..normalz, in the root's frame), its bones ("bone", each
+// below the previous one) with a property "joint" (roll in degrees, chntype 0 IK / 1 FK /
+// 2 driven, length, and upvector: the full name of the up-vector reference), and its
+// effector ("eff") directly below the root.
+#pragma once
+
+#include <vector>
+
+#include "runtime/item.h"
+
+namespace KRX::rt {
+
+inline constexpr const wchar_t* kChainProperty = L"chain";
+inline constexpr const wchar_t* kJointProperty = L"joint";
+
+Item* FindChainProperty(ObjectItem& object, const wchar_t* name);
+ObjectItem* ChainRootOf(ObjectItem& object);
+std::vector<ObjectItem*> ChainBonesOf(ObjectItem& root);
+ObjectItem* ChainEffectorOf(ObjectItem& root);
+double ChainBoneLength(ObjectItem& bone, double time);
+// The bone's up-vector reference, or null.
+ObjectItem* UpVectorReferenceOf(ObjectItem& bone);
+
+// Bends a bone of an IK chain towards its effector (called while the bone is evaluated,
+// after its own transform was composed).
+void ApplyChainSolve(ObjectItem& bone, double time);
+
+}  // namespace KRX::rt
