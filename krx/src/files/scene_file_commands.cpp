@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string>
 
+#include "files/bvh_import.h"
 #include "files/export_transforms.h"
 #include "files/scene_file.h"
 #include "files/text_codec.h"
@@ -112,6 +113,7 @@ void RegisterSceneFileCommands() {
   RegisterHostCommand(L"OpenScene", &OpenScene);
   RegisterHostCommand(L"SaveScene", &SaveScene);
   RegisterHostCommand(L"ExportTransforms", &ExportTransformsCommand);
+  files::RegisterBvhImportCommand();
 }
 
 }  // namespace KRX::rt
