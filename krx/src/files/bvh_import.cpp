@@ -87,6 +87,10 @@ CStatus ImportBvh(const CValueArray& args, CValue& result) {
   if (name.IsEmpty()) name = CString(std::filesystem::path(path).stem().string());
   const Model model = BuildBvhRig(*file, name);
   result = CValue(model.GetName());
+  Log(CString("Imported " + std::filesystem::path(path).filename().string() + ": " +
+              std::to_string(file->joints.size()) + " joints, " + std::to_string(file->frame_count) +
+              " frames as ") + model.GetName() + CString(L"."),
+      kSeverityInfo);
   return CStatus::OK;
 }
 
