@@ -50,6 +50,14 @@ void RemoveTags(const KRX::X3DObject& model);
 // hierarchy (their children take their parent). Returns the model's valid flag.
 bool ReadTags(RetargetModel& model);
 
+// Marks the joints of a capture skeleton that template records name: the joint plays the
+// record's node with the record's directions. Joint names match without regard to case,
+// and a "_" in the wanted name matches any one character. A record whose joint is missing
+// is logged and skipped. Returns true.
+bool ApplyTagsToSkeleton(const std::vector<TemplateTag>& tags, MocapSkeleton& skeleton);
+// The skeleton's first joint matching `wanted` by that rule, or null.
+MocapJoint* FindSkeletonJoint(MocapSkeleton& skeleton, std::string_view wanted);
+
 // Field `which` (1 or 2) of a tag page value "control|extraction". Field 2 exists only
 // when the value has exactly two fields.
 std::string SplitTagValue(std::string_view value, int which);

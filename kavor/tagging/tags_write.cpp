@@ -1,8 +1,10 @@
 // Writing and removing tags.
+#include <cctype>
 #include <string>
 
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
+#include "kavor/maps/mocap_skeleton.h"
 #include "kavor/maps/model_space.h"
 #include "kavor/tagging/map_file.h"
 #include "kavor/tagging/tags.h"
@@ -118,6 +120,38 @@ bool ApplyTemplateTags(const std::vector<TemplateTag>& tags, const KRX::Model& m
     AddDirections(tag, record.align, record.roll);
     // Not a transform: the rest pose is taken from the rig when the tags are read.
     AddText(tag, L"tpose_transform", record.tag_name);
+  }
+  return true;
+}
+
+MocapJoint* FindSkeletonJoint(MocapSkeleton& skeleton, std::string_view wanted) {
+  for (MocapJoint& joint : skeleton.joints) {
+    if (joint.name.size() != wanted.size()) continue;
+    bool same = true;
+    for (size_t i = 0; i < wanted.size() && same; ++i) {
+      same = wanted[i] == '_' || std::tolower(static_cast<unsigned char>(wanted[i])) ==
+                                     std::tolower(static_cast<unsigned char>(joint.name[i]));
+    }
+    if (same) return &joint;
+  }
+  return nullptr;
+}
+
+bool ApplyTagsToSkeleton(const std::vector<TemplateTag>& tags, MocapSkeleton& skeleton) {
+  for (auto it = tags.rbegin(); it != tags.rend(); ++it) {
+    const TemplateTag& record = *it;
+    const bool condition_holds =
+        !record.condition_node.empty() && FindSkeletonJoint(skeleton, record.condition_node) != nullptr;
+    const std::string& name = ChosenNodeName(record, condition_holds);
+    MocapJoint* joint = FindSkeletonJoint(skeleton, name);
+    if (!joint) {
+      LogWarning(ToWide("cannot apply tag " + record.tag_name + ", node not found: " + name));
+      continue;
+    }
+    joint->tagged = true;
+    joint->node_name = record.tag_name;
+    joint->align = record.align;
+    joint->roll = record.roll;
   }
   return true;
 }
