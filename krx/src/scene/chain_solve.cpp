@@ -73,8 +73,9 @@ CVector3 BendSide(ObjectItem& root, ObjectItem& first_bone, const CVector3& star
     side = normal.Cross(dir);
     if (!side.NormalizeInPlace()) return {};
   }
+  // A positive roll turns the bend plane clockwise looking down the start-effector line.
   const double roll = MATH::DegreesToRadians(NumberAt(joint, L"roll", time, 0.0));
-  if (roll != 0.0) side = CRotation::FromAxisAngle(dir, roll).GetQuaternion().Rotate(side);
+  if (roll != 0.0) side = CRotation::FromAxisAngle(dir, -roll).GetQuaternion().Rotate(side);
   return side;
 }
 
