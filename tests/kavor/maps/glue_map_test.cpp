@@ -1,5 +1,7 @@
 // The glue map: which channels each rig object takes, spines, limb planes and their signs,
 // and the "ZRKGlue" property read back, refused when old and survived when damaged.
+#include "kavor/maps/glue_map.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,7 +14,6 @@
 
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
-#include "kavor/maps/glue_map.h"
 #include "kavor/structure/structure_parser.h"
 #include "runtime/log.h"
 #include "runtime/scene_state.h"
@@ -48,9 +49,8 @@ class GlueMapTest : public ::testing::Test {
   void Reset() {
     KRX::rt::ResetScene();
     KRX::rt::ClearLog();
-    StructureParseResult parsed = ParseStructureText(kStructure, "Glue", [](std::string_view) {
-      return std::optional<std::string>(kBase);
-    });
+    StructureParseResult parsed = ParseStructureText(
+        kStructure, "Glue", [](std::string_view) { return std::optional<std::string>(kBase); });
     ASSERT_TRUE(parsed.structure) << parsed.message;
     structure_ = std::move(parsed.structure);
     retarget_ = std::make_unique<RetargetModel>(structure_.get());
@@ -109,7 +109,8 @@ TEST_F(GlueMapTest, MocapTypes) {
     Reset();
     Tag(3, Null(model_, L"Foot"));
     const std::unique_ptr<GlueMap> glue = Build();
-    EXPECT_EQ(Types(*glue), (std::map<std::string, GlueMocapType>{{"lAnkle", kPositionAndRotation}}));
+    EXPECT_EQ(Types(*glue),
+              (std::map<std::string, GlueMocapType>{{"lAnkle", kPositionAndRotation}}));
   }
 }
 
@@ -187,9 +188,8 @@ TEST_F(GlueMapTest, PlaneSignAndRestTransform) {
 }
 
 TEST_F(GlueMapTest, Chains) {
-  if (!std::filesystem::exists("/tmp/chains_ready")) GTEST_SKIP() << "IK chains not ready";
-  // A limb along +x bending in the xy plane; the up-vector object above or below it.
-  const auto build_chain = [&](bool with_up) {
+  // A limb along +x bent towards +y; the chain bends towards its up-vector object.
+  const auto build_chain = [&](const CVector3* up) {
     KRX::ChainRoot root(model_.Add2DChain(CVector3(0, 0, 0), CVector3(2, 0.5, 0)));
     root.AddBone(CVector3(4, 0, 0));
     const std::vector<KRX::X3DObject> bones = root.GetBones();
@@ -197,38 +197,44 @@ TEST_F(GlueMapTest, Chains) {
     Tag(2, bones[1]);
     Tag(3, root.GetEffector());
     retarget_->Node(3).length = 4.0;
-    if (with_up) KRX::ChainBone(bones[0]).PutUpVectorReference(Null(model_, L"Up", CVector3(2, 3, 0)));
+    if (up) KRX::ChainBone(bones[0]).PutUpVectorReference(Null(model_, L"Up", *up));
     return bones;
   };
-  {  // No up-vector: no plane, but only the end of the chain takes motion.
-    build_chain(false);
+  {  // No up-vector: no plane, and of the chain only its end takes motion.
+    build_chain(nullptr);
     const std::unique_ptr<GlueMap> glue = Build();
     EXPECT_TRUE(glue->planes.empty());
-    EXPECT_EQ(Types(*glue), (std::map<std::string, GlueMocapType>{{"lAnkle", GlueMocapType::kPositionAndRotation}}));
+    EXPECT_EQ(
+        Types(*glue),
+        (std::map<std::string, GlueMocapType>{{"lAnkle", GlueMocapType::kPositionAndRotation}}));
   }
-  int32_t sign_at_rest = 0;
-  for (const double roll_deg : {0.0, 180.0}) {
-    Reset();
-    const std::vector<KRX::X3DObject> bones = build_chain(true);
-    RunCommand(L"SetValue", {bones[0].GetFullName() + L".joint.roll", roll_deg});
-    const std::unique_ptr<GlueMap> glue = Build();
-    ASSERT_EQ(glue->planes.size(), 1u);
-    const GluePlaneEntry& plane = glue->planes[0];
-    EXPECT_EQ(plane.rig_node_name, "Up");
-    EXPECT_EQ(plane.plane_index, 0);
-    EXPECT_DOUBLE_EQ(plane.up_length, 4.0);
-    EXPECT_NEAR(plane.roll_angle, -roll_deg * 0.017453293, 1e-12);
-    if (roll_deg == 0.0) {
-      sign_at_rest = plane.sign;
-    } else {  // half a turn of roll puts the up-vector on the other side
-      EXPECT_EQ(plane.sign, -sign_at_rest);
+  // Above or below, rolled or not: the knee bends towards the up-vector, so it always lies
+  // on the bend side once the roll is turned back.
+  for (const double up_y : {3.0, -3.0}) {
+    for (const double roll_deg : {0.0, 90.0}) {
+      Reset();
+      const CVector3 up(2, up_y, 0);
+      const std::vector<KRX::X3DObject> bones = build_chain(&up);
+      RunCommand(L"SetValue", {bones[0].GetFullName() + L".joint.roll", roll_deg});
+      const KRX::X3DObject effector = retarget_->Node(3).object;
+      const std::unique_ptr<GlueMap> glue = Build();
+      ASSERT_EQ(glue->planes.size(), 1u);
+      const GluePlaneEntry& plane = glue->planes[0];
+      EXPECT_EQ(plane.rig_node_name, "Up");
+      EXPECT_EQ(plane.plane_index, 0);
+      EXPECT_DOUBLE_EQ(plane.up_length, 4.0);
+      EXPECT_NEAR(plane.roll_angle, -roll_deg * 0.017453293, 1e-12);
+      EXPECT_EQ(plane.sign, 1) << up_y << " " << roll_deg;
+      EXPECT_TRUE(effector.GetKinematics().GetGlobal().GetTransform().GetTranslation().Equals(
+          CVector3(4, 0, 0), 1e-9));
     }
   }
 }
 
 // The six stored vectors of a spine, in column order.
 std::array<CVector3*, 6> SpineVectors(GlueSpineEntry& e) {
-  return {&e.anchor_axis, &e.anchor_roll, &e.axis, &e.roll_axis, &e.anchor_tangent, &e.goal_tangent};
+  return {&e.anchor_axis, &e.anchor_roll,    &e.axis,
+          &e.roll_axis,   &e.anchor_tangent, &e.goal_tangent};
 }
 
 TEST_F(GlueMapTest, PropertyRoundTrip) {
@@ -304,11 +310,15 @@ TEST_F(GlueMapTest, RefusesOldAndDamagedProperties) {
   EXPECT_TRUE(damaged([](KRX::CustomProperty p) { p.PutParameterValue(L"numMocaps", 1000); }));
   EXPECT_TRUE(damaged([](KRX::CustomProperty p) { p.PutParameterValue(L"numPlanes", -1); }));
   EXPECT_TRUE(damaged([&](KRX::CustomProperty p) { grid(p, L"Planes").PutColumnCount(6); }));
-  EXPECT_TRUE(damaged([&](KRX::CustomProperty p) { grid(p, L"Planes").PutCell(3, 0, NAN); }));
   EXPECT_TRUE(damaged([&](KRX::CustomProperty p) { p.RemoveParameter(p.GetParameter(L"Mocap")); }));
-  // A type other than 0 and 1 reads as rotation only.
-  EXPECT_FALSE(damaged([&](KRX::CustomProperty p) { grid(p, L"Mocap").PutCell(2, 0, 7); }));
-  EXPECT_EQ(ReadGlueMap(model_)->mocaps[0].type, GlueMocapType::kRotationOnly);
+  // A type other than 0 and 1 reads as rotation only; a number that is not finite as 0.
+  EXPECT_FALSE(damaged([&](KRX::CustomProperty p) {
+    grid(p, L"Mocap").PutCell(2, 0, 7);
+    grid(p, L"Planes").PutCell(3, 0, NAN);
+  }));
+  const std::unique_ptr<GlueMap> read = ReadGlueMap(model_);
+  EXPECT_EQ(read->mocaps[0].type, GlueMocapType::kRotationOnly);
+  EXPECT_EQ(read->planes[0].up_length, 0.0);
 }
 
 }  // namespace
