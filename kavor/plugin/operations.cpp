@@ -3,6 +3,7 @@
 #include "kavor/host/host.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/tagging/tag_flows.h"
+#include "kavor/tagging/tag_templates.h"
 
 namespace kavor::ops {
 
@@ -41,12 +42,12 @@ bool SetTagValue(const KRX::Model& model, const KRX::CString& tag_name,
   return kavor::SetTagValue(model, ToNarrow(tag_name), ToNarrow(tag_value), tag_type);
 }
 
-bool SaveTagTemplate(const KRX::Model&, const KRX::CString&) {
-  return NotAvailable(L"SaveTagTemplate");
+bool SaveTagTemplate(const KRX::Model& model, const KRX::CString& template_file) {
+  return kavor::SaveTagTemplate(model, ToNarrow(template_file));
 }
 
-bool InheritTagTemplate(const KRX::Model&, const KRX::CString&) {
-  return NotAvailable(L"InheritTagTemplate");
+bool InheritTagTemplate(const KRX::Model& model, const KRX::CString& template_file) {
+  return kavor::InheritTagTemplate(model, ToNarrow(template_file));
 }
 
 bool ApplyTagsToRig(const KRX::Model& model) { return kavor::ApplyTagsToRig(model); }

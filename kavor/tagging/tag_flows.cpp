@@ -47,7 +47,12 @@ std::string StructureNameOf(const std::string& choice) {
 KRX::CustomProperty GetOrAddTagPage(const KRX::Model& model) {
   KRX::Property page;
   if (FindPropertyByName(model, kTagPage, &page)) return KRX::CustomProperty(page);
-  return KRX::CustomProperty(KRX::Model(model).AddProperty(kTagPage));
+  KRX::CustomProperty added(KRX::Model(model).AddProperty(kTagPage));
+  if (added.IsValid()) return added;
+  // Without the plug-in's registration (the plug-in's code used directly): the same page.
+  added = KRX::Model(model).AddCustomProperty(kTagPage);
+  DefineTagPageParameters(added);
+  return added;
 }
 
 bool OpenTagPage(const KRX::Model& model_in) {

@@ -18,6 +18,8 @@ std::string StructureNameOf(const std::string& choice);
 
 // The model's tag page, added (through its definition) when it has none.
 KRX::CustomProperty GetOrAddTagPage(const KRX::Model& model);
+// The page's four fixed parameters: StructureTag, StructureFile, TemplateFile, dirty.
+void DefineTagPageParameters(KRX::CustomProperty& page);
 
 // Opens the tag page of `model` or, when it is invalid, of the first selected character.
 bool OpenTagPage(const KRX::Model& model);
