@@ -54,8 +54,8 @@ bool ApplyTagsToRig(const KRX::Model& model) { return kavor::ApplyTagsToRig(mode
 
 bool CleanTagsFromRig(const KRX::Model& model) { return kavor::CleanTagsFromRig(model); }
 
-bool BuildTagPageLayout(const KRX::Model&, const KRX::CString&) {
-  return NotAvailable(L"BuildTagPageLayout");
+bool BuildTagPageLayout(const KRX::Model& model, const KRX::CString& structure_file) {
+  return kavor::BuildTagPageLayout(model, ToNarrow(structure_file));
 }
 
 bool GetRetargetFrameRange(const KRX::Model& model, int32_t* start_frame, int32_t* end_frame) {

@@ -45,6 +45,11 @@ class ScopedProgressBar;
 void WriteRigSetup(const KRX::Model& model, const ModelStructure& structure,
                    ScopedProgressBar* progress);
 
+// Gives the tag page the structure `structure_file` (a structure name or file): stores the
+// structure on the model and prepares the node parameters when the structure changes, and
+// rebuilds the page's layout when the page is shown. Returns whether the structure loaded.
+bool BuildTagPageLayout(const KRX::Model& model, const std::string& structure_file);
+
 // Applies the tag page: checks it, writes the tags and everything derived from them.
 // False only without a page or a loadable structure; a tagging that fails its checks is
 // reported and nothing is applied.

@@ -43,6 +43,7 @@ struct FCurveKeyData {
 };
 
 class FCurve;
+class PPGLayout;
 
 class Parameter : public ProjectItem {
  public:
@@ -92,6 +93,8 @@ class CustomProperty : public Property {
                          const CValue& suggested_max = CValue());
   Parameter AddGridParameter(const CString& name);
   CStatus RemoveParameter(const Parameter& p);
+  // The layout of the property's page once the page was shown; invalid before.
+  PPGLayout GetPPGLayout() const;
 
  protected:
   ClassID HandleClass() const override { return ClassID::CustomProperty; }

@@ -285,3 +285,9 @@ std::vector<std::string> LayoutLines(const CRef& layout) {
 }
 
 }  // namespace KRX::rt
+
+namespace KRX {
+
+PPGLayout CustomProperty::GetPPGLayout() const { return rt::PageLayout(*this); }
+
+}  // namespace KRX
