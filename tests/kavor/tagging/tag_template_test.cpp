@@ -153,3 +153,35 @@ TEST(TagTemplate, AnotherPersonInheritsTheSetup) {
 
 }  // namespace
 }  // namespace kavor
+
+namespace kavor {
+namespace {
+
+// The shipped templates tag the captures of their naming when inherited.
+TEST(ShippedTagTemplates, TagTheCapturesTheyWereMadeFor) {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  if (!source || Shared().empty()) GTEST_SKIP() << "no source or shared captures";
+  const fs::path templates = fs::path(source) / "data" / "Addons" / "Trevalin" / "Data" / "TagTemplates";
+  const std::pair<const char*, const char*> cases[] = {{"CmuJointNames.tagt", "cmu_02_01.bvh"},
+                                                       {"CmuClassicJointNames.tagt", "cmu_131_01_maxfriendly.bvh"}};
+  for (const auto& [file, capture] : cases) {
+    SCOPED_TRACE(file);
+    if (!fs::exists(Shared() / capture)) continue;
+    KRX::rt::ResetScene();
+    KRX::rt::SetInstallationPath(3, (fs::path(source) / "data").string());
+    const KRX::Model model = ImportInBindPose(Shared() / capture, L"Capture");
+    ASSERT_TRUE(InheritTagTemplate(model, (templates / file).string()));
+    EXPECT_EQ(TagsOf(model).size(), 25u);
+    ASSERT_TRUE(ReadGlueMap(model));
+    std::optional<ModelStructure> structure = ReadStructureProperty(model);
+    ASSERT_TRUE(structure);
+    RetargetModel retarget(model, &*structure);
+    ReadModelMap(retarget);
+    EXPECT_TRUE(retarget.valid);
+    EXPECT_GT(retarget.leg_length, 1.0);
+  }
+  KRX::rt::ResetScene();
+}
+
+}  // namespace
+}  // namespace kavor
