@@ -20,13 +20,19 @@ using KRX::MATH::CTransformation;
 
 constexpr int kCapabilities = 4;
 constexpr int kColumns = 11;
-const std::vector<const wchar_t*> kLabels = {L"Name",  L"Length", L"RotW",  L"RotX",  L"RotY", L"RotZ",
-                                             L"eRotW", L"eRotX",  L"eRotY", L"eRotZ", L"eName"};
+const std::vector<const wchar_t*> kLabels = {L"Name",  L"Length", L"RotW",  L"RotX",
+                                             L"RotY",  L"RotZ",   L"eRotW", L"eRotX",
+                                             L"eRotY", L"eRotZ",  L"eName"};
 
 void Fail(RetargetModel& model, const std::string& message) {
   LogInfo(ToWide(message));
   model.valid = false;
 }
+
+// A value that is not finite would spread through every later computation: it is
+// neither written nor read, 0 stands for it.
+double Finite(double value) { return std::isfinite(value) ? value : 0.0; }
+CValue Number(double value) { return CValue(Finite(value)); }
 
 CTransformation RotationOf(const CQuaternion& q) {
   CQuaternion unit = q;
@@ -37,73 +43,91 @@ CTransformation RotationOf(const CQuaternion& q) {
 }
 
 CQuaternion QuaternionAt(const KRX::GridData& grid, int first, int row) {
-  return {GridNumber(grid, first, row), GridNumber(grid, first + 1, row), GridNumber(grid, first + 2, row),
-          GridNumber(grid, first + 3, row)};
+  return {GridNumber(grid, first, row), GridNumber(grid, first + 1, row),
+          GridNumber(grid, first + 2, row), GridNumber(grid, first + 3, row)};
 }
 
 }  // namespace
 
 void WriteModelMap(const RetargetModel& model) {
+  if (!model.structure || model.structure->NumNodes() != model.NumNodes()) {
+    LogError(L"ModelMap not written: the retarget model does not match its structure");
+    return;
+  }
   KRX::Property old;
   if (FindPropertyByName(model.model, kModelMapProperty, &old)) DeleteByName(old.GetFullName());
   KRX::CustomProperty property = KRX::Model(model.model).AddCustomProperty(kModelMapProperty);
-  property.AddParameter(L"Version", KRX::ValueType::String, kCapabilities, L"Version",
-                        L"Version of the map format", CValue(L""))
+  property
+      .AddParameter(L"Version", KRX::ValueType::String, kCapabilities, L"Version",
+                    L"Version of the map format", CValue(L""))
       .PutValue(CValue(kModelMapVersion));
-  property.AddParameter(L"Source", KRX::ValueType::String, kCapabilities, L"Source",
-                        L"Source file for the map structure", CValue(L""))
+  property
+      .AddParameter(L"Source", KRX::ValueType::String, kCapabilities, L"Source",
+                    L"Source file for the map structure", CValue(L""))
       .PutValue(CValue(ToWide(model.structure->source)));
-  property.AddParameter(L"Type", KRX::ValueType::String, kCapabilities, L"Type",
-                        L"Type of the simple rig used for mapping", CValue(L""))
+  property
+      .AddParameter(L"Type", KRX::ValueType::String, kCapabilities, L"Type",
+                    L"Type of the simple rig used for mapping", CValue(L""))
       .PutValue(CValue(ToWide(model.structure->type)));
   KRX::GridData nodes = AddGridTable(property, L"Nodes", kLabels, model.NumNodes());
   for (int32_t i = 0; i < model.NumNodes(); ++i) {
     const NodeMapEntry& node = model.Node(i);
     const CQuaternion rest = node.rest_rotation.GetRotationQuaternion();
-    PutGridRow(nodes, i, 0,
-               {CValue(ToWide(model.structure->nodes[static_cast<size_t>(i)].name)), CValue(node.length),
-                CValue(rest.GetW()), CValue(rest.GetX()), CValue(rest.GetY()), CValue(rest.GetZ())});
+    PutGridRow(
+        nodes, i, 0,
+        {CValue(ToWide(model.structure->nodes[static_cast<size_t>(i)].name)), Number(node.length),
+         Number(rest.GetW()), Number(rest.GetX()), Number(rest.GetY()), Number(rest.GetZ())});
     if (node.extraction) {
       const CQuaternion e = node.extraction->transform.GetRotationQuaternion();
       PutGridRow(nodes, i, 6,
-                 {CValue(e.GetW()), CValue(e.GetX()), CValue(e.GetY()), CValue(e.GetZ()),
+                 {Number(e.GetW()), Number(e.GetX()), Number(e.GetY()), Number(e.GetZ()),
                   CValue(node.extraction->object.GetName())});
     } else {
       PutGridRow(nodes, i, 6, {CValue(0.0), CValue(0.0), CValue(0.0), CValue(0.0), CValue(L"")});
     }
   }
-  property.AddParameter(L"HipOffset", KRX::ValueType::Double, kCapabilities, L"", L"", CValue(model.hip_offset));
-  property.AddParameter(L"LegLength", KRX::ValueType::Double, kCapabilities, L"", L"", CValue(model.leg_length));
+  property.AddParameter(L"HipOffset", KRX::ValueType::Double, kCapabilities, L"", L"",
+                        Number(model.hip_offset));
+  property.AddParameter(L"LegLength", KRX::ValueType::Double, kCapabilities, L"", L"",
+                        Number(model.leg_length));
 }
 
 void ReadModelMap(RetargetModel& model) {
   model.valid = true;
+  if (!model.structure || model.structure->NumNodes() != model.NumNodes()) {
+    return Fail(model, "ModelMap not read: the retarget model does not match its structure");
+  }
   KRX::Property property;
   if (!model.model.IsValid() || !FindPropertyByName(model.model, kModelMapProperty, &property)) {
     return Fail(model, "ModelMap property not found");
   }
   const KRX::Parameter version_parameter = property.GetParameter(L"Version");
-  if (!version_parameter.IsValid()) return Fail(model, "ModelMap property is missing Version parameter");
+  if (!version_parameter.IsValid())
+    return Fail(model, "ModelMap property is missing Version parameter");
   const int32_t version = version_parameter.GetValue().GetInt();
   if (version > kModelMapVersion) {
-    return Fail(model, "ModelMap property has version " + std::to_string(version) + ", was expecting " +
-                           std::to_string(kModelMapVersion) + " or lower");
+    return Fail(model, "ModelMap property has version " + std::to_string(version) +
+                           ", was expecting " + std::to_string(kModelMapVersion) + " or lower");
   }
   const KRX::Parameter type_parameter = property.GetParameter(L"Type");
   if (!type_parameter.IsValid()) return Fail(model, "ModelMap property is missing Type parameter");
   const std::string type = ToNarrow(type_parameter.GetValue().GetString());
   if (type != model.structure->type) {
-    return Fail(model, "ModelMap property has type " + type + ", was expecting " + model.structure->type);
+    return Fail(model,
+                "ModelMap property has type " + type + ", was expecting " + model.structure->type);
   }
   const KRX::GridData nodes = FindGridTable(property, L"Nodes");
-  if (!nodes.IsValid() || nodes.GetColumnCount() < kColumns || nodes.GetRowCount() < model.NumNodes()) {
-    return Fail(model, "ModelMap property has " + std::to_string(nodes.IsValid() ? nodes.GetRowCount() : 0) +
+  if (!nodes.IsValid() || nodes.GetColumnCount() < kColumns ||
+      nodes.GetRowCount() < model.NumNodes()) {
+    return Fail(model, "ModelMap property has " +
+                           std::to_string(nodes.IsValid() ? nodes.GetRowCount() : 0) +
                            " node rows, was expecting " + std::to_string(model.NumNodes()));
   }
   for (int32_t i = 0; i < model.NumNodes(); ++i) {
     const std::string& expected = model.structure->nodes[static_cast<size_t>(i)].name;
     const std::string name = GridText(nodes, 0, i);
-    if (name != expected) LogInfo(ToWide("name mismatch: got " + name + ", was expecting " + expected));
+    if (name != expected)
+      LogInfo(ToWide("name mismatch: got " + name + ", was expecting " + expected));
     NodeMapEntry& node = model.Node(i);
     node.length = GridNumber(nodes, 1, i);
     node.rest_rotation = RotationOf(QuaternionAt(nodes, 2, i));
@@ -121,8 +145,8 @@ void ReadModelMap(RetargetModel& model) {
       node.extraction = std::move(entry);
     }
   }
-  model.hip_offset = property.GetParameterValue(L"HipOffset").GetDouble();
-  model.leg_length = property.GetParameterValue(L"LegLength").GetDouble();
+  model.hip_offset = Finite(property.GetParameterValue(L"HipOffset").GetDouble());
+  model.leg_length = Finite(property.GetParameterValue(L"LegLength").GetDouble());
 }
 
 bool HasNoFrictionOrFreeAncestor(const RetargetModel& model, int32_t node) {

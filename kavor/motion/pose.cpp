@@ -1,6 +1,7 @@
 #include "kavor/motion/pose.h"
 
 #include <cmath>
+#include <limits>
 
 #include "kavor/maps/mocap_skeleton.h"
 #include "kavor/maps/model_space.h"
@@ -26,34 +27,28 @@ int DominantAxis(const CVector3& v) {
 
 CVector3 Row(const CMatrix4& m, int row) { return {m.Get(row, 0), m.Get(row, 1), m.Get(row, 2)}; }
 
-// A proper rotation from the images of the three axes under an affine transform. The
-// axes that `align` and `roll` point along are kept and the third is their cross product;
-// the frame is then made orthonormal, the align axis exact.
+// A proper rotation from the images of the three axes under an affine transform. The two
+// axes that `align` and `roll` point along most are kept and the third is their cross
+// product (X = Y x Z, Y = Z x X, Z = X x Y), which undoes a mirroring and any uneven
+// scaling. When both mark the same axis, the next axis in x, y, z order stands in for the
+// roll's. The frame is made orthonormal with the align axis exact.
 CRotation RotationFromAxes(const CMatrix4& m, const CVector3& align, const CVector3& roll) {
-  CVector3 axes[3] = {Row(m, 0), Row(m, 1), Row(m, 2)};
-  const int a = DominantAxis(align);
-  const int r = DominantAxis(roll);
-  if (a != r) {
-    const int third = 3 - a - r;
-    // X = Y x Z, Y = Z x X, Z = X x Y.
-    axes[third] = axes[(third + 1) % 3].Cross(axes[(third + 2) % 3]);
-  }
-  // Orthonormalise around the align axis: the roll axis is kept in its plane.
-  const int primary = a;
-  const int secondary = (a != r) ? r : (a + 1) % 3;
-  CVector3 p = axes[primary];
-  CVector3 s = axes[secondary];
+  const int primary = DominantAxis(align);
+  int secondary = DominantAxis(roll);
+  if (secondary == primary) secondary = (primary + 1) % 3;
+  const int third = 3 - primary - secondary;
+  CVector3 p = Row(m, primary);
+  CVector3 s = Row(m, secondary);
   if (!p.NormalizeInPlace()) return CRotation();
-  CVector3 t;
-  // The third axis completes a right-handed frame in the cyclic order x, y, z.
+  // In cyclic order (x, y, z) the third axis is p x s, otherwise s x p.
   const bool cyclic = (secondary - primary + 3) % 3 == 1;
-  t = cyclic ? p.Cross(s) : s.Cross(p);
+  CVector3 t = cyclic ? p.Cross(s) : s.Cross(p);
   if (!t.NormalizeInPlace()) return CRotation();
   s = cyclic ? t.Cross(p) : p.Cross(t);
   CVector3 frame[3];
   frame[primary] = p;
   frame[secondary] = s;
-  frame[3 - primary - secondary] = t;
+  frame[third] = t;
   CMatrix3 rows;
   for (int i = 0; i < 3; ++i) {
     rows.Set(i, 0, frame[i].GetX());
@@ -90,7 +85,12 @@ void ComputeRigPose(RetargetModel& model, double time, bool use_extraction) {
 }
 
 void ComputeCapturePose(RetargetModel& model, double time) {
-  PoseSkeleton(*model.skeleton, static_cast<int32_t>(std::trunc(time)));
+  // A time that names no sample (the current-time marker among them) leaves the joints
+  // in the pose last computed.
+  const double frame = std::trunc(time);
+  const bool sampled =
+      frame >= 0.0 && frame <= static_cast<double>(std::numeric_limits<int32_t>::max());
+  PoseSkeleton(*model.skeleton, sampled ? static_cast<int32_t>(frame) : -1);
   for (int32_t i = 0; i < model.NumNodes(); ++i) {
     NodeMapEntry& node = model.Node(i);
     if (!node.joint) continue;
@@ -107,8 +107,8 @@ void ComputeLocalPoses(RetargetModel& model) {
   for (int32_t i = 1; i < model.NumNodes(); ++i) {
     const int32_t parent = model.structure->nodes[static_cast<size_t>(i)].parent;
     if (parent < 0 || parent >= model.NumNodes()) continue;
-    model.Node(i).local_pose =
-        KRX::MATH::MapWorldPoseToObjectSpace(model.Node(parent).global_pose, model.Node(i).global_pose);
+    model.Node(i).local_pose = KRX::MATH::MapWorldPoseToObjectSpace(model.Node(parent).global_pose,
+                                                                    model.Node(i).global_pose);
   }
 }
 

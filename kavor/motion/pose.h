@@ -17,7 +17,8 @@ namespace kavor {
 //
 // For a capture skeleton, the joints are posed at the sample `time` truncated to an integer
 // (0 is the first sample) and each bound node takes its joint's global transform with unit
-// scaling.
+// scaling. A time past the samples, before them or kCurrentTime keeps the joints' last
+// pose (for a skeleton not posed yet: the pose its reader set up).
 void ComputePose(RetargetModel& model, double time, bool use_extraction);
 
 // local_pose of every node from the global poses: node 0 keeps its global pose, the others

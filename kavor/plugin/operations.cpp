@@ -89,7 +89,7 @@ bool LoadAdjustmentPreset(const KRX::Model&, const KRX::CString&, double) {
   return NotAvailable(L"LoadAdjustmentPreset");
 }
 
-void OpenTagPage(const KRX::Model&) { NotAvailable(L"The Tag Rig page"); }
+void OpenTagPage(const KRX::Model& model) { kavor::OpenTagPage(model); }
 
 void OpenRigToRigPage() { NotAvailable(L"The Rig to Rig page"); }
 

@@ -32,8 +32,10 @@ const std::vector<const wchar_t*> kGroupLabels = {L"Name",   L"Type",      L"Ali
 
 CValue Text(const std::string& text) { return CValue(ToWide(text)); }
 
+// The list table comes first, then one node table per group; the list is filled last.
 void WriteGroups(KRX::CustomProperty& property, const std::vector<StructureGroup>& groups,
                  const wchar_t* list_name, const std::string& table_prefix) {
+  KRX::GridData list = AddGridTable(property, list_name, kGroupListLabels, static_cast<int>(groups.size()));
   for (const StructureGroup& group : groups) {
     KRX::GridData table = AddGridTable(property, ToWide(table_prefix + group.name), kGroupLabels,
                                        static_cast<int>(group.nodes.size()));
@@ -45,7 +47,6 @@ void WriteGroups(KRX::CustomProperty& property, const std::vector<StructureGroup
                   Text(VectorToText(node.min_limits)), Text(VectorToText(node.max_limits))});
     }
   }
-  KRX::GridData list = AddGridTable(property, list_name, kGroupListLabels, static_cast<int>(groups.size()));
   for (size_t r = 0; r < groups.size(); ++r) {
     PutGridRow(list, static_cast<int>(r), 0, {Text(groups[r].name), Text(groups[r].parent)});
   }

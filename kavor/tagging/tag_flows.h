@@ -50,6 +50,14 @@ void WriteRigSetup(const KRX::Model& model, const ModelStructure& structure,
 // rebuilds the page's layout when the page is shown. Returns whether the structure loaded.
 bool BuildTagPageLayout(const KRX::Model& model, const std::string& structure_file);
 
+// Reaction to the page's structure choice: the chosen structure file becomes the page's
+// structure (or, when it already is, the layout is rebuilt).
+void ChooseStructureFile(const KRX::CustomProperty& page);
+
+// Enables the apply buttons when there is something to apply and each node's select
+// button when its objects exist; asks the host to redraw the page.
+void RefreshTagPage(const KRX::CustomProperty& page, KRX::PPGEventContext& context);
+
 // Applies the tag page: checks it, writes the tags and everything derived from them.
 // False only without a page or a loadable structure; a tagging that fails its checks is
 // reported and nothing is applied.

@@ -16,11 +16,11 @@ struct ExpectedMenu {
   std::string name;
   std::string label;
   std::string callback;
-  std::string note;  // what choosing the item logs while its page does not exist
+  std::string note;  // the warning choosing the item gives with nothing selected
 };
 
 const std::vector<ExpectedMenu> kMenus = {
-    {"Tag Rig", "Tag Rig", "TagMenuItem", "The Tag Rig page is not available yet."},
+    {"Tag Rig", "Tag Rig", "TagMenuItem", "Please select the desired character."},
     {"Rig to Rig", "Rig to Rig", "RigToRigMenuItem", "The Rig to Rig page is not available yet."},
     {"Mocap to Rig", "Mocap to Rig", "MocapToRigMenuItem",
      "The Mocap to Rig page is not available yet."},

@@ -1,153 +1,184 @@
-// The structure and the rest data stored on a model: round trips, the version rules and
-// damaged data.
+// The rest data stored on a model: the layout, the round trip and the reader's checks; and
+// the ancestor rule used by motion files and finishing.
+#include "kavor/maps/model_map.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "kavor/io/io_test_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/mocap_skeleton.h"
-#include "kavor/maps/model_map.h"
 #include "kavor/maps/rig_test_support.h"
-#include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tags.h"
 
 namespace kavor {
 namespace {
 
 using KRX::MATH::CQuaternion;
+using KRX::MATH::CRotation;
 using KRX::MATH::CVector3;
 using rigtest::RigTest;
 
-KRX::Property StoredProperty(const KRX::X3DObject& model, const wchar_t* name) {
-  KRX::Property property;
-  EXPECT_TRUE(FindPropertyByName(model, name, &property));
-  return property;
-}
+// Node order of the test structure: Hips, lHip, lKnee, lAnkle, lToes, Spine, Chest.
+constexpr int32_t kKnee = 2;
+constexpr int32_t kAnkle = 3;
 
-TEST_F(RigTest, StructureRoundTripAndVersions) {
-  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
-  rigtest::Rig rig = rigtest::BuildRig("Walker");
-  WriteStructureProperty(*structure, rig.model);
-  WriteStructureProperty(*structure, rig.model);  // replaced, not added
-  int count = 0;
-  for (const KRX::Property& p : rig.model.GetProperties()) count += p.GetName() == KRX::CString(kStructureProperty);
-  EXPECT_EQ(count, 1);
-  {
-    const std::optional<ModelStructure> read = ReadStructureProperty(rig.model);
-    ASSERT_TRUE(read);
-    ASSERT_EQ(read->NumNodes(), structure->NumNodes());
-    for (size_t i = 0; i < structure->nodes.size(); ++i) {
-      const StructureNode& a = structure->nodes[i];
-      const StructureNode& b = read->nodes[i];
-      EXPECT_EQ(a.name, b.name);
-      EXPECT_EQ(a.parent, b.parent);
-      EXPECT_EQ(a.offset_parent, b.offset_parent);
-      EXPECT_EQ(a.type, b.type);
-      EXPECT_EQ(a.friction, b.friction);
-      EXPECT_TRUE(a.align.Equals(b.align) && a.roll.Equals(b.roll));
-      EXPECT_EQ(b.offset, CVector3());  // offsets live only in the group tables
+// A map written for the test rig: node i has length 1.5 i and a rest rotation of 0.1 i
+// about Y; the ankle is read from LeftFoot, turned 0.5 about X.
+class ModelMapTest : public RigTest {
+ protected:
+  void SetUp() override {
+    RigTest::SetUp();
+    structure_ = rigtest::MakeStructure();
+    rig_ = rigtest::BuildRig("Walker");
+    written_ = std::make_unique<RetargetModel>(structure_.get());
+    written_->model = rig_.model;
+    for (int32_t i = 0; i < written_->NumNodes(); ++i) {
+      written_->Node(i).length = 1.5 * i;
+      written_->Node(i).rest_rotation.SetRotation(
+          CRotation::FromAxisAngle(CVector3(0, 1, 0), 0.1 * i));
     }
-    ASSERT_EQ(read->planes.size(), 1u);
-    EXPECT_EQ(read->planes[0].chain, structure->planes[0].chain);
-    ASSERT_EQ(read->decomps.size(), 1u);
-    EXPECT_EQ(read->decomps[0].channels, (std::vector<std::string>{"cog", "pelvis"}));
-    const StructureGroupNode* knee = FindGroupNode(*read, "lKnee");
-    ASSERT_NE(knee, nullptr);
-    EXPECT_TRUE(knee->offset.Equals(CVector3(0, -4, 0)));
+    written_->Node(kAnkle).extraction = std::make_unique<ExtractionEntry>();
+    written_->Node(kAnkle).extraction->object = rig_.ankle;
+    written_->Node(kAnkle).extraction->transform.SetRotation(
+        CRotation::FromAxisAngle(CVector3(1, 0, 0), 0.5));
+    written_->hip_offset = 0.25;
+    written_->leg_length = 7.5;
+    WriteModelMap(*written_);
+    EXPECT_TRUE(FindPropertyByName(rig_.model, kModelMapProperty, &property_));
   }
-  KRX::Property property = StoredProperty(rig.model, kStructureProperty);
-  {  // Version 7: eleven node columns, no mirrors.
-    property.PutParameterValue(L"Version", KRX::CValue(7));
-    KRX::GridData nodes = property.GetParameter(L"Nodes").GetGridData();
-    nodes.PutColumnCount(11);
-    const std::optional<ModelStructure> read = ReadStructureProperty(rig.model);
-    ASSERT_TRUE(read);
-    for (const StructureNode& node : read->nodes) EXPECT_EQ(node.mirror_index, -1);
-  }
-  {  // Version 6 is refused with its note.
-    KRX::rt::ClearLog();
-    property.PutParameterValue(L"Version", KRX::CValue(6));
-    EXPECT_FALSE(ReadStructureProperty(rig.model));
-    EXPECT_TRUE(iotest::Logged(8, {"The embedded model structure has an outdated version number.  Please reload the tag template."}));
-  }
-  {  // Damaged counts and cells: refused, never read outside the tables.
-    property.PutParameterValue(L"Version", KRX::CValue(8));
-    property.GetParameter(L"Nodes").GetGridData().PutColumnCount(12);
-    property.PutParameterValue(L"numNodes", KRX::CValue(500));
-    EXPECT_FALSE(ReadStructureProperty(rig.model));
-    property.PutParameterValue(L"numNodes", KRX::CValue(structure->NumNodes()));
-    property.GetParameter(L"Nodes").GetGridData().PutCell(0, 1, KRX::CValue(99));  // a parent after its child
-    EXPECT_FALSE(ReadStructureProperty(rig.model));
-    EXPECT_TRUE(iotest::Logged(2, {"The embedded model structure is damaged"}));
-  }
-  EXPECT_EQ(TextToVector("1,2.5,-3"), CVector3(1, 2.5, -3));
-  KRX::rt::ClearLog();
-  EXPECT_EQ(TextToVector("1,2"), CVector3());
-  EXPECT_TRUE(iotest::Logged(8, {"Error converting string to CVector3  : <1,2"}));
-}
 
-TEST_F(RigTest, ModelMapRoundTripAndChecks) {
-  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
-  rigtest::Rig rig = rigtest::BuildRig("Walker");
-  RetargetModel written(structure.get());
-  written.model = rig.model;
-  for (int32_t i = 0; i < written.NumNodes(); ++i) {
-    written.Node(i).length = 1.5 * i;
-    written.Node(i).rest_rotation.SetRotation(
-        KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 1, 0), 0.1 * i));
-  }
-  written.Node(2).extraction = std::make_unique<ExtractionEntry>();
-  written.Node(2).extraction->object = rig.ankle;
-  written.Node(2).extraction->transform.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(1, 0, 0), 0.5));
-  written.hip_offset = 0.25;
-  written.leg_length = 7.5;
-  WriteModelMap(written);
-
-  auto read_back = [&]() {
-    auto model = std::make_unique<RetargetModel>(structure.get());
-    model->model = rig.model;
+  std::unique_ptr<RetargetModel> ReadBack() {
+    auto model = std::make_unique<RetargetModel>(structure_.get());
+    model->model = rig_.model;
     KRX::rt::ClearLog();
     ReadModelMap(*model);
     return model;
-  };
-  {
-    std::unique_ptr<RetargetModel> read = read_back();
-    ASSERT_TRUE(read->valid);
-    EXPECT_DOUBLE_EQ(read->Node(3).length, 4.5);
-    EXPECT_TRUE(read->Node(3).rest_rotation.GetRotationQuaternion().SameRotation(
-        written.Node(3).rest_rotation.GetRotationQuaternion(), 1e-12));
-    ASSERT_TRUE(read->Node(2).extraction);
-    EXPECT_EQ(read->Node(2).extraction->object, rig.ankle);
-    EXPECT_FALSE(read->Node(1).extraction);  // four zeros: no extraction
-    EXPECT_DOUBLE_EQ(read->hip_offset, 0.25);
-    EXPECT_DOUBLE_EQ(read->leg_length, 7.5);
   }
-  KRX::Property property = StoredProperty(rig.model, kModelMapProperty);
-  {  // An extraction rotation of norm exactly 0.5 is no extraction.
-    property.GetParameter(L"Nodes").GetGridData().PutCell(6, 1, KRX::CValue(0.5));
-    EXPECT_FALSE(read_back()->Node(1).extraction);
+  KRX::GridData Nodes() { return property_.GetParameter(L"Nodes").GetGridData(); }
+
+  std::unique_ptr<ModelStructure> structure_;
+  rigtest::Rig rig_;
+  std::unique_ptr<RetargetModel> written_;
+  KRX::Property property_;
+};
+
+TEST_F(ModelMapTest, LayoutAndRoundTrip) {
+  std::vector<std::wstring> names;
+  for (const KRX::Parameter& p : property_.GetParameters()) {
+    names.push_back(p.GetName().GetWideString());
+    EXPECT_EQ(p.GetCapabilities(), 4) << names.back();
+  }
+  EXPECT_EQ(names, (std::vector<std::wstring>{L"Version", L"Source", L"Type", L"Nodes",
+                                              L"HipOffset", L"LegLength"}));
+  EXPECT_EQ(property_.GetParameterValue(L"Version").GetString(), KRX::CString(L"4"));
+  EXPECT_EQ(property_.GetParameterValue(L"Source").GetString(), KRX::CString(L"TestRig"));
+  EXPECT_EQ(Nodes().GetColumnCount(), 11);
+  EXPECT_EQ(Nodes().GetRowCount(), 7);
+  EXPECT_EQ(Nodes().GetColumnLabel(6), KRX::CString(L"eRotW"));
+  EXPECT_EQ(Nodes().GetColumnLabel(10), KRX::CString(L"eName"));
+  EXPECT_EQ(Nodes().GetCell(0, kKnee).GetString(), KRX::CString(L"lKnee"));
+  for (int c = 6; c < 10; ++c)
+    EXPECT_EQ(Nodes().GetCell(c, kKnee).GetDouble(), 0.0);  // no extraction
+  EXPECT_EQ(Nodes().GetCell(10, kKnee).GetString(), KRX::CString(L""));
+  EXPECT_EQ(Nodes().GetCell(10, kAnkle).GetString(), KRX::CString(L"LeftFoot"));
+
+  WriteModelMap(*written_);  // replaced, not added
+  int count = 0;
+  for (const KRX::Property& p : rig_.model.GetProperties())
+    count += p.GetName() == KRX::CString(kModelMapProperty);
+  EXPECT_EQ(count, 1);
+
+  const std::unique_ptr<RetargetModel> read = ReadBack();
+  ASSERT_TRUE(read->valid);
+  EXPECT_DOUBLE_EQ(read->Node(kAnkle).length, 4.5);
+  const CQuaternion rest = CRotation::FromAxisAngle(CVector3(0, 1, 0), 0.3).GetQuaternion();
+  EXPECT_TRUE(read->Node(kAnkle).rest_rotation.GetRotationQuaternion().SameRotation(rest, 1e-12));
+  EXPECT_TRUE(read->Node(kAnkle).rest_rotation_inverse.GetRotationQuaternion().SameRotation(
+      rest.Conjugate(), 1e-12));
+  ASSERT_TRUE(read->Node(kAnkle).extraction);
+  EXPECT_EQ(read->Node(kAnkle).extraction->object, rig_.ankle);  // found deep below the model
+  EXPECT_TRUE(read->Node(kAnkle).extraction->transform.GetRotationQuaternion().SameRotation(
+      CRotation::FromAxisAngle(CVector3(1, 0, 0), 0.5).GetQuaternion(), 1e-12));
+  EXPECT_FALSE(read->Node(kKnee).extraction);
+  EXPECT_DOUBLE_EQ(read->hip_offset, 0.25);
+  EXPECT_DOUBLE_EQ(read->leg_length, 7.5);
+}
+
+TEST_F(ModelMapTest, ExtractionNeedsANormAboveOneHalf) {
+  {  // Norm exactly 0.5: no new entry, and one the node had stays.
+    Nodes().PutCell(6, kKnee, KRX::CValue(0.5));
+    Nodes().PutCell(10, kKnee, KRX::CValue(L"LeftLeg"));
+    EXPECT_FALSE(ReadBack()->Node(kKnee).extraction);
+    auto model = std::make_unique<RetargetModel>(structure_.get());
+    model->model = rig_.model;
+    model->Node(kKnee).extraction = std::make_unique<ExtractionEntry>();
+    const ExtractionEntry* before = model->Node(kKnee).extraction.get();
+    ReadModelMap(*model);
+    EXPECT_EQ(model->Node(kKnee).extraction.get(), before);
+  }
+  {  // Just above: an entry, with an invalid object when the name is not below the model.
+    Nodes().PutCell(6, kKnee, KRX::CValue(0.51));
+    Nodes().PutCell(10, kKnee, KRX::CValue(L"Nowhere"));
+    const std::unique_ptr<RetargetModel> read = ReadBack();
+    ASSERT_TRUE(read->Node(kKnee).extraction);
+    EXPECT_FALSE(read->Node(kKnee).extraction->object.IsValid());
+  }
+}
+
+TEST_F(ModelMapTest, ReaderChecksInOrder) {
+  {  // A row named otherwise is logged and used all the same.
+    Nodes().PutCell(0, kKnee, KRX::CValue(L"Knee"));
+    const std::unique_ptr<RetargetModel> read = ReadBack();
+    EXPECT_TRUE(read->valid);
+    EXPECT_DOUBLE_EQ(read->Node(kKnee).length, 3.0);
+    EXPECT_TRUE(iotest::Logged(8, {"name mismatch: got Knee, was expecting lKnee"}));
+  }
+  {  // Fewer rows than nodes: refused, the rows are not read.
+    Nodes().PutRowCount(2);
+    const std::unique_ptr<RetargetModel> read = ReadBack();
+    EXPECT_FALSE(read->valid);
+    EXPECT_EQ(read->Node(0).length, 0.0);
+    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property has 2 node rows, was expecting 7"}));
   }
   {
-    property.PutParameterValue(L"Version", KRX::CValue(5));
-    EXPECT_FALSE(read_back()->valid);
+    property_.PutParameterValue(L"Type", KRX::CValue(L"Quadruped"));
+    EXPECT_FALSE(ReadBack()->valid);
+    EXPECT_TRUE(
+        iotest::Logged(8, {"ModelMap property has type Quadruped, was expecting TestBase"}));
+  }
+  {  // The version is checked before the type.
+    property_.PutParameterValue(L"Version", KRX::CValue(5));
+    EXPECT_FALSE(ReadBack()->valid);
     EXPECT_TRUE(iotest::Logged(8, {"ModelMap property has version 5, was expecting 4 or lower"}));
-    property.PutParameterValue(L"Version", KRX::CValue(4));
-    property.PutParameterValue(L"Type", KRX::CValue(L"Quadruped"));
-    EXPECT_FALSE(read_back()->valid);
-    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property has type Quadruped, was expecting TestBase"}));
-    property.PutParameterValue(L"Type", KRX::CValue(L"TestBase"));
-    property.GetParameter(L"Nodes").GetGridData().PutRowCount(2);  // damaged: too few rows
-    EXPECT_FALSE(read_back()->valid);
-    DeleteByName(property.GetFullName());
-    EXPECT_FALSE(read_back()->valid);
+    EXPECT_FALSE(iotest::Logged(8, {"has type"}));
+  }
+  {
+    KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(L"Version"));
+    EXPECT_FALSE(ReadBack()->valid);
+    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property is missing Version parameter"}));
+  }
+  {
+    DeleteByName(property_.GetFullName());
+    EXPECT_FALSE(ReadBack()->valid);
     EXPECT_TRUE(iotest::Logged(8, {"ModelMap property not found"}));
   }
-  // Limb ends and spine nodes above a node.
-  EXPECT_TRUE(HasNoFrictionOrFreeAncestor(written, 0));
-  EXPECT_TRUE(HasNoFrictionOrFreeAncestor(written, FindNodeIndex(*structure, "lAnkle")));
-  EXPECT_FALSE(HasNoFrictionOrFreeAncestor(written, FindNodeIndex(*structure, "lToes")));
-  EXPECT_FALSE(HasNoFrictionOrFreeAncestor(written, FindNodeIndex(*structure, "Chest")));
+}
+
+TEST_F(ModelMapTest, HasNoFrictionOrFreeAncestor) {
+  // Hips <- lHip <- lKnee <- lAnkle (a limb end) <- lToes; Hips <- Spine (free) <- Chest.
+  EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, 0));
+  EXPECT_TRUE(
+      HasNoFrictionOrFreeAncestor(*written_, kAnkle));  // only the node itself is a limb end
+  EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "Spine")));
+  EXPECT_FALSE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "lToes")));
+  EXPECT_FALSE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "Chest")));
+  structure_->nodes[static_cast<size_t>(FindNodeIndex(*structure_, "lToes"))].parent = kKnee;
+  EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "lToes")));
 }
 
 TEST(SkeletonTags, JointsMatchLooselyAndMissingOnesAreSkipped) {

@@ -1,14 +1,19 @@
 // Rest data of a tagged rig: lengths, rest rotations, leg length and hip offset, checked
 // against values worked out by hand from the rig's joint positions.
+#include "kavor/maps/rest_data.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
 
 #include "kavor/io/io_test_support.h"
-#include "kavor/maps/rest_data.h"
-#include "kavor/tagging/tags.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/rig_test_support.h"
+#include "kavor/tagging/tags.h"
 
 namespace kavor {
 namespace {
@@ -22,22 +27,6 @@ void ExpectQuaternion(const CTransformation& t, double w, double x, double y, do
   EXPECT_TRUE(t.GetRotationQuaternion().SameRotation(CQuaternion(w, x, y, z), 1e-5))
       << t.GetRotationQuaternion().GetW() << " " << t.GetRotationQuaternion().GetX() << " "
       << t.GetRotationQuaternion().GetY() << " " << t.GetRotationQuaternion().GetZ();
-}
-
-// Tags every node of the test structure on the rig built by BuildRig.
-void TagRig(const rigtest::Rig& rig, ModelStructure& structure) {
-  KRX::Model model = rig.model;
-  KRX::CustomProperty page = model.AddCustomProperty(L"TagPage");
-  for (const wchar_t* fixed : {L"StructureTag", L"StructureFile", L"TemplateFile", L"dirty"}) {
-    page.AddParameter(fixed, KRX::ValueType::String, 4, L"", L"", KRX::CValue(L""));
-  }
-  const std::pair<const wchar_t*, const wchar_t*> assignments[] = {
-      {L"Hips", L"Hips"},   {L"lHip", L"LeftUpLeg"}, {L"lKnee", L"LeftLeg"}, {L"lAnkle", L"LeftFoot"},
-      {L"lToes", L"LeftToe"}, {L"Spine", L"Spine"},  {L"Chest", L"Chest"}};
-  for (const auto& [node, object] : assignments) {
-    page.AddParameter(node, KRX::ValueType::String, 4, L"", L"", KRX::CValue(object));
-  }
-  ASSERT_TRUE(CreateTagsFromPage(rig.model, structure, page, false));
 }
 
 TEST(AlignPair, KnownAnswers) {
@@ -63,7 +52,7 @@ TEST_F(RigTest, RestDataOfATaggedRig) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   ASSERT_TRUE(structure);
   const rigtest::Rig rig = rigtest::BuildRig("Walker");
-  TagRig(rig, *structure);
+  rigtest::TagRig(rig, *structure);
   RetargetModel model(rig.model, structure.get());
   ComputeRestData(model);
   const int32_t hips = FindNodeIndex(*structure, "Hips");
@@ -78,8 +67,10 @@ TEST_F(RigTest, RestDataOfATaggedRig) {
   EXPECT_NEAR(model.hip_offset, 0.5, 1e-9);
   // Untransformed nulls: rest rotations turn the tag's align onto +Z and roll onto +Y.
   const CTransformation& rest = model.Node(hips).rest_rotation;
-  EXPECT_TRUE(rest.GetRotationQuaternion().Rotate(model.Node(hips).align).Equals(CVector3(0, 0, 1), 1e-6));
-  EXPECT_TRUE(rest.GetRotationQuaternion().Rotate(model.Node(hips).roll).Equals(CVector3(0, 1, 0), 1e-6));
+  EXPECT_TRUE(
+      rest.GetRotationQuaternion().Rotate(model.Node(hips).align).Equals(CVector3(0, 0, 1), 1e-6));
+  EXPECT_TRUE(
+      rest.GetRotationQuaternion().Rotate(model.Node(hips).roll).Equals(CVector3(0, 1, 0), 1e-6));
 }
 
 TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
@@ -92,7 +83,7 @@ TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
   CTransformation ankle = rig.ankle.GetKinematics().GetGlobal().GetTransform();
   ankle.SetTranslationFromValues(1, 2, 0);  // the foot stays where it was
   rig.ankle.GetKinematics().GetGlobal().PutTransform(ankle);
-  TagRig(rig, *structure);
+  rigtest::TagRig(rig, *structure);
   {
     RetargetModel model(rig.model, structure.get());
     ComputeRestData(model);
@@ -118,13 +109,87 @@ TEST_F(RigTest, RestDataIgnoreWhereTheCharacterStands) {
   placed.SetTranslationFromValues(30, 2, -7);
   placed.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 1, 0), 1.1));
   rig.model.GetKinematics().GetGlobal().PutTransform(placed);
-  TagRig(rig, *structure);
+  rigtest::TagRig(rig, *structure);
   RetargetModel model(rig.model, structure.get());
   ComputeRestData(model);
   EXPECT_NEAR(model.leg_length, 7.5 * 1.5, 1e-9);
   EXPECT_NEAR(model.hip_offset, 0.5 * 1.5, 1e-9);
   const int32_t hips = FindNodeIndex(*structure, "Hips");
   EXPECT_TRUE(model.Node(hips).align.Equals(CVector3(0, 1, 0), 1e-6));
+}
+
+TEST_F(RigTest, NoFeetMeansNoLegLengthAndNoHipOffset) {
+  StructureParseResult parsed =
+      ParseStructureText("Trunk\nspine { Hips Spine free 0 1 0 0 0 1 0 2 0 }\n", "Trunk",
+                         [](std::string_view) -> std::optional<std::string> {
+                           return std::string("hips { world Hips hip 0 1 0 0 0 1 0 10 0 }\n");
+                         });
+  ASSERT_TRUE(parsed.structure) << parsed.message;
+  const rigtest::Rig rig = rigtest::BuildRig("Trunk");
+  rigtest::TagObjects(rig.model, *parsed.structure, {{L"Hips", L"Hips"}, {L"Spine", L"Spine"}});
+  RetargetModel model(rig.model, parsed.structure.get());
+  model.leg_length = 3.0;
+  model.hip_offset = 3.0;
+  ComputeRestData(model);
+  EXPECT_EQ(model.leg_length, 0.0);
+  EXPECT_EQ(model.hip_offset, 0.0);
+  EXPECT_NEAR(model.Node(1).length, 2.0, 1e-12);
+}
+
+// A real capture's skeleton in its bind pose (offsets only): every rest measure follows
+// from the file's joint offsets.
+TEST_F(RigTest, RestDataOfAnImportedCapture) {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  const std::filesystem::path bvh =
+      source ? std::filesystem::path(source) / ".." / "shared" / "data" / "bvh" / "cmu_02_01.bvh"
+             : std::filesystem::path();
+  if (bvh.empty() || !std::filesystem::exists(bvh))
+    GTEST_SKIP() << "the shared capture is not there";
+  std::map<std::string, CVector3> offsets;  // joint -> OFFSET, straight from the text
+  {
+    std::ifstream in(bvh);
+    std::string word, joint;
+    while (in >> word && word != "MOTION") {
+      if (word == "ROOT" || word == "JOINT") in >> joint;
+      if (word == "End") joint.clear();
+      double x, y, z;
+      if (word == "OFFSET" && in >> x >> y >> z && !joint.empty())
+        offsets[joint] = CVector3(x, y, z);
+    }
+  }
+  ASSERT_EQ(offsets.count("LeftFoot"), 1u);
+  KRX::CValue name;
+  ASSERT_EQ(KRX::Application().ExecuteCommand(
+                L"ImportBVH", {KRX::CValue(ToWide(bvh.string())), KRX::CValue(L"Walker")}, name),
+            KRX::CStatus::OK);
+  KRX::Model rig(KRX::Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false));
+  ASSERT_TRUE(rig.IsValid());
+  for (KRX::X3DObject joint : rig.FindChildren()) {
+    KRX::KinematicState local = joint.GetKinematics().GetLocal();
+    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
+      local.GetParameter(p).RemoveAnimation();
+      local.PutParameterValue(p, KRX::CValue(0.0));
+    }
+  }
+  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
+  rigtest::TagObjects(rig, *structure,
+                      {{L"Hips", L"Hips"},
+                       {L"lHip", L"LeftUpLeg"},
+                       {L"lKnee", L"LeftLeg"},
+                       {L"lAnkle", L"LeftFoot"},
+                       {L"lToes", L"LeftToeBase"},
+                       {L"Spine", L"Spine"},
+                       {L"Chest", L"Spine1"}});
+  RetargetModel model(rig, structure.get());
+  ComputeRestData(model);
+  const CVector3 hip = offsets.at("LHipJoint") + offsets.at("LeftUpLeg");
+  const double thigh = offsets.at("LeftLeg").GetLength();
+  const double leg = thigh + offsets.at("LeftFoot").GetLength();
+  EXPECT_NEAR(model.Node(FindNodeIndex(*structure, "lHip")).length, hip.GetLength(), 1e-9);
+  EXPECT_NEAR(model.Node(FindNodeIndex(*structure, "lKnee")).length, thigh, 1e-9);
+  EXPECT_NEAR(model.Node(FindNodeIndex(*structure, "lAnkle")).length, leg, 1e-9);
+  EXPECT_NEAR(model.leg_length, leg, 1e-9);
+  EXPECT_NEAR(model.hip_offset, -hip.GetY(), 1e-9);  // the hips' align is +Y
 }
 
 TEST_F(RigTest, IndexErrorsAreLoggedAndContained) {

@@ -6,9 +6,12 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kavor/host/host.h"
 #include "kavor/structure/structure_parser.h"
+#include "kavor/tagging/tags.h"
 #include "krx/krx.h"
 #include "runtime/log.h"
 #include "runtime/scene_state.h"
@@ -30,8 +33,8 @@ inline constexpr const char* kStructure =
     "split { decompose Hips cog cog cog pelvis pelvis pelvis Unused Unused Unused }\n";
 
 inline std::unique_ptr<ModelStructure> MakeStructure() {
-  StructureParseResult parsed =
-      ParseStructureText(kStructure, "TestRig", [](std::string_view name) -> std::optional<std::string> {
+  StructureParseResult parsed = ParseStructureText(
+      kStructure, "TestRig", [](std::string_view name) -> std::optional<std::string> {
         if (name == "TestBase") return std::string(kBase);
         return std::nullopt;
       });
@@ -39,7 +42,8 @@ inline std::unique_ptr<ModelStructure> MakeStructure() {
   return std::move(parsed.structure);
 }
 
-inline KRX::X3DObject AddNullAt(KRX::X3DObject parent, const char* name, double x, double y, double z) {
+inline KRX::X3DObject AddNullAt(KRX::X3DObject parent, const char* name, double x, double y,
+                                double z) {
   KRX::X3DObject object = parent.AddNull(ToWide(name));
   KRX::MATH::CTransformation t;
   t.SetTranslationFromValues(x, y, z);
@@ -66,6 +70,33 @@ inline Rig BuildRig(const char* name, double scale = 1.0) {
   rig.spine = AddNullAt(rig.hips, "Spine", 0, 12 * s, 0);
   rig.chest = AddNullAt(rig.spine, "Chest", 0, 14 * s, 0);
   return rig;
+}
+
+// Tags the model through a tag page: each pair names a structure node and the object
+// below the model that plays it.
+using Assignments = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
+inline void TagObjects(const KRX::Model& model, const ModelStructure& structure,
+                       const Assignments& assignments) {
+  KRX::CustomProperty page = KRX::Model(model).AddCustomProperty(L"TagPage");
+  for (const wchar_t* fixed : {L"StructureTag", L"StructureFile", L"TemplateFile", L"dirty"}) {
+    page.AddParameter(fixed, KRX::ValueType::String, 4, L"", L"", KRX::CValue(L""));
+  }
+  for (const auto& [node, object] : assignments) {
+    page.AddParameter(node, KRX::ValueType::String, 4, L"", L"", KRX::CValue(object));
+  }
+  ASSERT_TRUE(CreateTagsFromPage(model, structure, page, false));
+}
+
+// Tags every node of the test structure on the rig built by BuildRig.
+inline void TagRig(const Rig& rig, const ModelStructure& structure) {
+  TagObjects(rig.model, structure,
+             {{L"Hips", L"Hips"},
+              {L"lHip", L"LeftUpLeg"},
+              {L"lKnee", L"LeftLeg"},
+              {L"lAnkle", L"LeftFoot"},
+              {L"lToes", L"LeftToe"},
+              {L"Spine", L"Spine"},
+              {L"Chest", L"Chest"}});
 }
 
 // Resets the scene and the log around each test.

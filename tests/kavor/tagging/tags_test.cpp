@@ -2,6 +2,7 @@
 // RetargetModel.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <numbers>
 #include <sstream>
 
@@ -82,6 +83,8 @@ TEST_F(RigTest, TagsFromThePage) {
   EXPECT_TRUE(TagVector(rig.ankle, kTagProperty, L"align").Equals(CVector3(0, 0, 1), 1e-6));
   EXPECT_TRUE(TagVector(rig.ankle, kTagProperty, L"roll").Equals(CVector3(1, 0, 0), 1e-6));
   EXPECT_TRUE(TagVector(rig.toes, kTagProperty, L"align").Equals(CVector3(0, 0, -1), 1e-6));
+  // The toes turned with the ankle: world +Y is their +X, negated by the mirror.
+  EXPECT_TRUE(TagVector(rig.toes, kTagProperty, L"roll").Equals(CVector3(-1, 0, 0), 1e-6));
 
   // Read back.
   RetargetModel model(rig.model, structure.get());
@@ -168,6 +171,59 @@ TEST_F(RigTest, ReadingSkipsUntaggedNodesAndSplitsChannels) {
   ASSERT_EQ(map->entries.size(), 5u);
   EXPECT_EQ(map->entries[0].node_name, "Hips");
   EXPECT_TRUE(map->entries[0].align.Equals(model.Node(0).align, 1e-12));
+}
+
+TEST_F(RigTest, PlanesAndSubControlsFoundByOverride) {
+  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
+  rigtest::Rig rig = rigtest::BuildRig("Walker");
+  // The knee turned a quarter about Z, the ankle left where it stood: the knee-to-ankle
+  // direction (0, -4, 0) in the knee's frame is -X.
+  CTransformation knee = rig.knee.GetKinematics().GetGlobal().GetTransform();
+  knee.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 0, 1), std::numbers::pi / 2));
+  rig.knee.GetKinematics().GetGlobal().PutTransform(knee);
+  CTransformation ankle;
+  ankle.SetTranslationFromValues(1, 2, 0);
+  rig.ankle.GetKinematics().GetGlobal().PutTransform(ankle);
+  KRX::X3DObject pelvis = rigtest::AddNullAt(rig.model, "PelvisCtl", 0, 10, 0);
+  // PelvisCtl plays Spine and, as its override, the "pelvis" sub-control.
+  rigtest::TagObjects(rig.model, *structure,
+                      {{L"Hips", L"Hips"},
+                       {L"lHip", L"LeftUpLeg"},
+                       {L"lKnee", L"LeftLeg"},
+                       {L"lAnkle", L"LeftFoot"},
+                       {L"Spine", L"PelvisCtl"},
+                       {L"pelvis", L"PelvisCtl"}});
+
+  RetargetModel model(structure.get());
+  model.model = rig.model;
+  ReadTags(model);
+  EXPECT_TRUE(model.Plane(0).rest_end_direction.Equals(CVector3(-1, 0, 0), 1e-9));
+  // The node next to the limb end keeps its object's local transform: 3.5 below the hip.
+  const NodeMapEntry& knee_entry = model.Node(FindNodeIndex(*structure, "lKnee"));
+  EXPECT_TRUE(knee_entry.local_pose.GetTranslation().Equals(CVector3(0, -3.5, 0), 1e-9));
+  EXPECT_TRUE(knee_entry.local_pose.GetRotationQuaternion().SameRotation(knee.GetRotationQuaternion(), 1e-9));
+
+  const std::vector<SubControlEntry>& subs = model.Node(0).sub_controls;
+  ASSERT_EQ(subs.size(), 1u);  // nothing plays "cog"
+  EXPECT_EQ(subs[0].object, pelvis);
+  EXPECT_EQ(subs[0].name, "pelvis");
+  EXPECT_EQ(subs[0].node_index, 0);
+  EXPECT_EQ(subs[0].channels, 8u | 16u | 32u);
+}
+
+TEST(TposeTransform, SevenNumbersThatReadBackExactly) {
+  CTransformation transform;
+  transform.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(1, 2, 3), 2.5));
+  transform.SetTranslationFromValues(0.1, -1.0 / 3.0, 12345.678901234567);
+  const std::string text = FormatTposeTransform(transform);
+  EXPECT_EQ(std::count(text.begin(), text.end(), ','), 6);
+  CTransformation read;
+  ASSERT_TRUE(ParseTposeTransform(text, read));
+  EXPECT_EQ(read.GetTranslation(), transform.GetTranslation());
+  EXPECT_TRUE(read.GetRotationQuaternion().SameRotation(transform.GetRotationQuaternion(), 1e-15));
+  // A template tag's text (the node name) or six numbers: not a transform.
+  EXPECT_FALSE(ParseTposeTransform("Hips", read));
+  EXPECT_FALSE(ParseTposeTransform("0,0,1,0,1,2", read));
 }
 
 TEST(SplitTagValue, Fields) {

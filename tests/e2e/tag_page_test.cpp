@@ -1,0 +1,76 @@
+// Tagging the way a person does: the Tag Rig page of the loaded plug-in on an imported
+// rig, objects picked through the host's scripted interaction, a value typed, the page
+// closed.
+#include <cstdlib>
+#include <filesystem>
+
+#include "app/app_settings.h"
+#include "e2e/kavor_module.h"
+#include "plugins/pages.h"
+#include "runtime/interaction.h"
+
+namespace kavor::e2e {
+namespace {
+
+using TagPageTest = KavorModuleTest;
+
+KRX::CValue RunCmd(const wchar_t* command, const KRX::CValueArray& args) {
+  KRX::CValue result;
+  KRX::Application().ExecuteCommand(command, args, result);
+  return result;
+}
+
+std::string Value(const KRX::CustomProperty& page, const wchar_t* name) {
+  return page.GetParameterValue(name).GetString().GetAsciiString();
+}
+
+TEST_F(TagPageTest, PickTypeAndClose) {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  if (!source) GTEST_SKIP() << "KAVOR_SOURCE_DIR is not set";
+  KRX::rt::SetInstallationPath(3, (std::filesystem::path(source) / "data").string());
+  KRX::rt::ResetInteraction();
+  const std::string walker = (std::filesystem::path(source) / "examples" / "walker.bvh").string();
+  ASSERT_EQ(RunCmd(L"ImportBVH", {KRX::CValue(walker), KRX::CValue(L"Walker")}).GetString(), KRX::CString(L"Walker"));
+  ASSERT_TRUE(RunCmd(L"SetStructureFile", {KRX::CValue(L"Walker"), KRX::CValue(L"Humanoid")}).GetBool());
+  const KRX::X3DObject model = KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false);
+  KRX::CustomProperty page;
+  for (const KRX::Property& p : model.GetProperties()) {
+    if (p.GetName() == KRX::CString(L"TagPPG")) page = KRX::CustomProperty(p);
+  }
+  ASSERT_TRUE(page.IsValid());
+  ASSERT_TRUE(KRX::rt::InspectProperty(page, false));
+  // Opening keeps the chosen structure and builds the layout with a row per node.
+  EXPECT_TRUE(KRX::rt::PageLayout(page).FindItem(L"Select_lShoulder").IsValid());
+  EXPECT_EQ(Value(page, L"lShoulder"), "");
+
+  // Pick the upper arm.
+  KRX::rt::QueueAnswer({KRX::rt::AnswerKind::Pick, 1, KRX::CString(L"Walker.LeftArm")});
+  EXPECT_EQ(KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ButtonClicked, L"lShoulder"), KRX::CStatus::OK);
+  EXPECT_EQ(Value(page, L"lShoulder"), "LeftArm");
+  EXPECT_TRUE(page.GetParameterValue(L"dirty").GetBool());
+  {  // A cancelled pick changes nothing.
+    KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ButtonClicked, L"lElbow");
+    EXPECT_EQ(Value(page, L"lElbow"), "");
+  }
+  {  // Typed: checked as a pick would be; the other side fills itself.
+    page.PutParameterValue(L"lElbow", KRX::CValue(L"LeftForeArm"));
+    KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ParameterChange, L"lElbow");
+    EXPECT_EQ(Value(page, L"rElbow"), "RightForeArm");
+    page.PutParameterValue(L"lWrist", KRX::CValue(L"NoSuchJoint"));
+    KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ParameterChange, L"lWrist");
+    EXPECT_EQ(Value(page, L"lWrist"), "");
+  }
+  // Closing a changed page applies it; an incomplete tagging is refused with its reason.
+  EXPECT_EQ(KRX::rt::ClosePage(page), KRX::CStatus::OK);
+  ASSERT_FALSE(KRX::rt::MessageBoxes().empty());
+  EXPECT_EQ(KRX::rt::MessageBoxes().back().text.GetAsciiString(),
+            "Because you tagged the lShoulder then you must also tag the Spine2 because it is higher in "
+            "the hierarchy.");
+  KRX::Property map;
+  bool has_map = false;
+  for (const KRX::Property& p : model.GetProperties()) has_map = has_map || p.GetName() == KRX::CString(L"ZRKMap");
+  EXPECT_FALSE(has_map);
+}
+
+}  // namespace
+}  // namespace kavor::e2e
