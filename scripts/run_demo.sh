@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up and builds the project, then runs the main job on the project's own example data:
-# krx loads the plug-in, lists what it registered and runs the demo command script.
+# krx loads the plug-in, lists what it registered and runs the demo command script, then
+# prints the tagged walker's leg length.
 # Output lands in build/demo/.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -13,6 +14,6 @@ cd build
 echo "== what the plug-in registered"
 ./krx --list --plugin ./libkavor.so
 echo "== the demo script"
-./krx --echo ../examples/demo.krx -c 'GetValue("PlayControl.Out")'
+./krx --echo ../examples/demo.krx -c 'GetValue("Walker.ZRKMap.LegLength")'
 echo "== results in build/demo/"
 ls -l demo
