@@ -20,7 +20,8 @@ constexpr uint64_t kMaxBvhFileBytes = uint64_t{1} << 30;
 MATH::RotationOrder RotationOrderOf(const BvhJoint& joint) {
   int axes[3];
   int count = 0;
-  for (auto it = joint.channels.rbegin(); it != joint.channels.rend(); ++it) {
+  // A joint may list a rotation channel more than once: at most three axes are taken.
+  for (auto it = joint.channels.rbegin(); it != joint.channels.rend() && count < 3; ++it) {
     const int channel = static_cast<int>(*it);
     if (channel >= 3) axes[count++] = channel - 3;
   }
