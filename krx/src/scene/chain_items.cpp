@@ -16,24 +16,9 @@ using MATH::CTransformation;
 using MATH::CVector3;
 
 // The rotation whose X axis is `x` and whose Z axis lies along `normal` (made square to x).
-CRotation BoneRotation(CVector3 x, const CVector3& normal) {
+CRotation BoneRotation(const CVector3& x, const CVector3& normal) {
   CRotation rotation;
-  if (!x.NormalizeInPlace()) return rotation;
-  CVector3 y = normal.Cross(x);
-  if (!y.NormalizeInPlace()) {
-    y = std::fabs(x.GetY()) < 0.9 ? CVector3(0, 1, 0) : CVector3(1, 0, 0);
-    y = y - x * y.Dot(x);
-    y.NormalizeInPlace();
-  }
-  const CVector3 z = x.Cross(y);
-  MATH::CMatrix3 m;
-  const CVector3 rows[3] = {x, y, z};
-  for (int r = 0; r < 3; ++r) {
-    m.Set(r, 0, rows[r].GetX());
-    m.Set(r, 1, rows[r].GetY());
-    m.Set(r, 2, rows[r].GetZ());
-  }
-  rotation.SetFromMatrix(m);
+  rt::BoneFrame(x, normal.Cross(x), rotation);
   return rotation;
 }
 
@@ -236,26 +221,17 @@ ObjectItem* ChainEffectorOf(ObjectItem& root) {
 
 double ChainBoneLength(ObjectItem& bone, double time) {
   Item* joint = FindChainProperty(bone, kJointProperty);
-  if (!joint) return 0.0;
-  for (const auto& param : joint->params) {
-    if (!param->deleted && param->name.GetWideString() == L"length") {
-      return EvaluateParamDouble(*dynamic_cast<ParamItem*>(param.get()), time);
-    }
-  }
-  return 0.0;
+  ParamItem* length = joint ? FindChainParam(*joint, L"length") : nullptr;
+  return length ? EvaluateParamDouble(*length, time) : 0.0;
 }
 
 ObjectItem* UpVectorReferenceOf(ObjectItem& bone) {
   Item* joint = FindChainProperty(bone, kJointProperty);
-  if (!joint) return nullptr;
-  for (const auto& param : joint->params) {
-    if (param->deleted || param->name.GetWideString() != L"upvector") continue;
-    const CString name = dynamic_cast<ParamItem*>(param.get())->value.GetString();
-    if (name.IsEmpty()) return nullptr;
-    auto* up = dynamic_cast<ObjectItem*>(FindItemByFullName(name).get());
-    return up == &bone ? nullptr : up;
-  }
-  return nullptr;
+  ParamItem* param = joint ? FindChainParam(*joint, L"upvector") : nullptr;
+  const CString name = param ? param->value.GetString() : CString();
+  if (name.IsEmpty()) return nullptr;
+  auto* up = dynamic_cast<ObjectItem*>(FindItemByFullName(name).get());
+  return up == &bone ? nullptr : up;
 }
 
 }  // namespace KRX::rt

@@ -20,38 +20,9 @@ using MATH::CRotation;
 using MATH::CTransformation;
 using MATH::CVector3;
 
-ParamItem* ParamNamed(Item& owner, const wchar_t* name) {
-  for (const auto& param : owner.params) {
-    if (!param->deleted && param->name.GetWideString() == name) return dynamic_cast<ParamItem*>(param.get());
-  }
-  return nullptr;
-}
-
 double NumberAt(Item* owner, const wchar_t* name, double time, double fallback) {
-  ParamItem* param = owner ? ParamNamed(*owner, name) : nullptr;
+  ParamItem* param = owner ? FindChainParam(*owner, name) : nullptr;
   return param ? EvaluateParamDouble(*param, time) : fallback;
-}
-
-// A rotation whose X axis is `x` and whose Y axis lies towards `side` (both in world space).
-bool FrameFrom(CVector3 x, const CVector3& side, CRotation& out) {
-  if (!x.NormalizeInPlace()) return false;
-  CVector3 y = side - x * side.Dot(x);
-  if (!y.NormalizeInPlace()) {
-    // No usable side: any direction across the bone.
-    y = std::fabs(x.GetY()) < 0.9 ? CVector3(0, 1, 0) : CVector3(1, 0, 0);
-    y = y - x * y.Dot(x);
-    if (!y.NormalizeInPlace()) return false;
-  }
-  const CVector3 z = x.Cross(y);
-  MATH::CMatrix3 m;
-  const CVector3 rows[3] = {x, y, z};
-  for (int r = 0; r < 3; ++r) {
-    m.Set(r, 0, rows[r].GetX());
-    m.Set(r, 1, rows[r].GetY());
-    m.Set(r, 2, rows[r].GetZ());
-  }
-  out.SetFromMatrix(m);
-  return true;
 }
 
 // The side the limb from `start` towards `target` bends to.
@@ -81,6 +52,34 @@ CVector3 BendSide(ObjectItem& root, ObjectItem& first_bone, const CVector3& star
 
 }  // namespace
 
+ParamItem* FindChainParam(Item& owner, const wchar_t* name) {
+  for (const auto& param : owner.params) {
+    if (!param->deleted && param->name.GetWideString() == name) return dynamic_cast<ParamItem*>(param.get());
+  }
+  return nullptr;
+}
+
+bool BoneFrame(CVector3 x, const CVector3& side, CRotation& out) {
+  if (!x.NormalizeInPlace()) return false;
+  CVector3 y = side - x * side.Dot(x);
+  if (!y.NormalizeInPlace()) {
+    // No usable side: any direction across the bone.
+    y = std::fabs(x.GetY()) < 0.9 ? CVector3(0, 1, 0) : CVector3(1, 0, 0);
+    y = y - x * y.Dot(x);
+    if (!y.NormalizeInPlace()) return false;
+  }
+  const CVector3 z = x.Cross(y);
+  MATH::CMatrix3 m;
+  const CVector3 rows[3] = {x, y, z};
+  for (int r = 0; r < 3; ++r) {
+    m.Set(r, 0, rows[r].GetX());
+    m.Set(r, 1, rows[r].GetY());
+    m.Set(r, 2, rows[r].GetZ());
+  }
+  out.SetFromMatrix(m);
+  return true;
+}
+
 void ApplyChainSolve(ObjectItem& bone, double time) {
   if (NumberAt(FindChainProperty(bone, kJointProperty), L"chntype", time, 0.0) != 0.0) return;
   ObjectItem* root = ChainRootOf(bone);
@@ -103,7 +102,7 @@ void ApplyChainSolve(ObjectItem& bone, double time) {
     const CVector3 segment_start =
         count == 1 ? here : cache.parent_global.GetTranslation();
     const CVector3 side = BendSide(*root, *bones[0], segment_start, target, time);
-    solved = FrameFrom(target - here, side, rotation);
+    solved = BoneFrame(target - here, side, rotation);
   } else {
     // The upper bone of the two-bone limb: its end goes where both bones reach the target.
     const double upper = ChainBoneLength(*bones[static_cast<size_t>(index)], time);
@@ -115,7 +114,7 @@ void ApplyChainSolve(ObjectItem& bone, double time) {
       double c = (distance * distance + upper * upper - lower * lower) / (2.0 * distance * upper);
       c = c < -1.0 ? -1.0 : (c > 1.0 ? 1.0 : c);
       const CVector3 middle = here + dir * (upper * c) + side * (upper * std::sqrt(1.0 - c * c));
-      solved = FrameFrom(middle - here, side, rotation);
+      solved = BoneFrame(middle - here, side, rotation);
     }
   }
   if (!solved) return;

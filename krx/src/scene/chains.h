@@ -22,6 +22,13 @@ double ChainBoneLength(ObjectItem& bone, double time);
 // The bone's up-vector reference, or null.
 ObjectItem* UpVectorReferenceOf(ObjectItem& bone);
 
+// The parameter `name` of a chain property (null when missing or deleted).
+ParamItem* FindChainParam(Item& owner, const wchar_t* name);
+
+// The rotation of a bone pointing along `x` whose Y axis lies towards `side` (both in world
+// space; `side` need not be square to `x`). False when `x` has no direction.
+bool BoneFrame(MATH::CVector3 x, const MATH::CVector3& side, MATH::CRotation& out);
+
 // Bends a bone of an IK chain towards its effector (called while the bone is evaluated,
 // after its own transform was composed).
 void ApplyChainSolve(ObjectItem& bone, double time);
