@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the normal build, the sanitizer build (ASan and
-# UBSan), and a short run of each fuzz harness on its seed corpus.
+# UBSan), and each fuzz harness for a minute on the sample inputs kept in fuzz/corpus/
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$here"
@@ -17,7 +17,7 @@ status=0
 echo "== sanitizer build tests"
 ctest --test-dir build-asan --output-on-failure -j2 || status=1
 
-echo "== fuzz harnesses (short runs over the seed corpora)"
+echo "== fuzz harnesses (a short run each, starting from fuzz/corpus/)"
 for fuzzer in build-fuzz/*_fuzz; do
   [ -x "$fuzzer" ] || continue
   name="$(basename "$fuzzer")"
