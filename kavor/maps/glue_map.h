@@ -133,4 +133,11 @@ void FinishGlueMap(GlueMap& glue, const KRX::Model& model, RetargetModel& retarg
 // Deletes the model's "ZRKGlue" when it has one.
 void DeleteGlueMap(const KRX::Model& model);
 
+// Hands the motion of a limb's end node to an untagged-on-the-source node standing at the
+// same place: each mocap entry whose node has no source is re-pointed to its structure
+// parent when that parent has a source, ends a limb plane and its object lies within
+// 0.0001 leg lengths of the entry's object; the entry keeps its own orientation through
+// `fixed_rotation`, the turn from the node's tag frame to the parent's.
+void RepointOrphanMocapEntries(GlueMap& glue, const RetargetModel& target);
+
 }  // namespace kavor

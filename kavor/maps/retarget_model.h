@@ -9,6 +9,7 @@
 // may change the structure's parent links (untagged nodes leave the hierarchy).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -53,6 +54,9 @@ struct NodeMapEntry {
   KRX::MATH::CTransformation rest_rotation_inverse;
   int32_t source_index = -1;           // source node driving this node; -1 none
   int32_t override_source_index = -1;  // source node named by `override`
+  // Rotation relative to the structure parent when a source was bound: a node that the
+  // source does not drive keeps it and so follows its parent.
+  KRX::MATH::CRotation bind_local_rotation;
   std::string override;
   std::unique_ptr<ExtractionEntry> extraction;
   int32_t rotation_list_index = -1;
@@ -66,6 +70,14 @@ struct PlaneMapEntry {
                                            // next to the end effector
   double stretch = 1.0;
   double plane_roll = 0.0;  // degrees
+};
+
+// The key times of one rig object's function curves, relative to the first frame of the
+// motion, per local transform channel in the order "posx", "posy", "posz", "rotx", "roty",
+// "rotz". Plotting uses them to keep the source's keys.
+struct CurveKeyRecord {
+  std::string node_name;
+  std::array<std::vector<double>, 6> channels;
 };
 
 class RetargetModel {
@@ -101,6 +113,7 @@ class RetargetModel {
   // Motion read from a file: frame_count x node count global transforms, frame-major.
   std::vector<KRX::MATH::CTransformation> poses;
   int32_t frame_count = 0;
+  std::vector<CurveKeyRecord> curves;  // a rig's function-curve key times
   double leg_length = 0.0;
   double hip_offset = 0.0;
   double scale = 1.0;  // size ratio of a target to its source

@@ -1,0 +1,125 @@
+// Real captures as animated, tagged rigs for the retarget tests: a shared BVH file imported
+// with the host importer (optionally with every length scaled), tagged in its bind pose
+// with a shipped tag template, its animation kept.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/app_settings.h"
+#include "kavor/host/host.h"
+#include "kavor/maps/glue_map.h"
+#include "kavor/maps/model_map.h"
+#include "kavor/maps/retarget_model.h"
+#include "kavor/structure/structure_property.h"
+#include "kavor/tagging/tag_templates.h"
+#include "krx/krx.h"
+#include "runtime/scene_state.h"
+
+namespace kavor::capturetest {
+
+namespace fs = std::filesystem;
+
+inline fs::path SourceDir() {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  return source ? fs::path(source) : fs::path();
+}
+
+// A file of the shared capture collection; empty when the collection is not there.
+inline fs::path SharedCapture(const char* name) {
+  if (SourceDir().empty()) return {};
+  const fs::path file = SourceDir() / ".." / "shared" / "data" / "bvh" / name;
+  return fs::exists(file) ? file : fs::path();
+}
+
+inline fs::path ShippedTemplate(const char* name) {
+  return SourceDir() / "data" / "Addons" / "Trevalin" / "Data" / "TagTemplates" / name;
+}
+
+inline void ScaleParameter(KRX::KinematicState& local, const wchar_t* name, double scale) {
+  KRX::Parameter parameter = local.GetParameter(name);
+  KRX::FCurve curve = parameter.GetFCurve();
+  if (curve.IsValid()) {
+    std::vector<KRX::FCurveKeyData> keys = curve.GetKeys();
+    for (KRX::FCurveKeyData& key : keys) {
+      key.value *= scale;
+      key.left_dy *= scale;
+      key.right_dy *= scale;
+    }
+    curve.SetKeys(keys);
+  } else {
+    parameter.PutValue(KRX::CValue(parameter.GetValue().GetDouble() * scale));
+  }
+}
+
+// Imports the capture as model `name`, every offset and root path scaled by `scale`.
+inline KRX::Model ImportCapture(const fs::path& file, const wchar_t* name, double scale = 1.0) {
+  KRX::CValue result;
+  KRX::Application().ExecuteCommand(L"ImportBVH", {KRX::CValue(ToWide(file.string())), KRX::CValue(name)},
+                                    result);
+  KRX::Model model(KRX::Application().GetActiveSceneRoot().FindChild(result.GetString(), L"", false));
+  if (scale != 1.0) {
+    for (KRX::X3DObject joint : model.FindChildren()) {
+      KRX::KinematicState local = joint.GetKinematics().GetLocal();
+      for (const wchar_t* p : {L"posx", L"posy", L"posz"}) ScaleParameter(local, p, scale);
+    }
+  }
+  return model;
+}
+
+// Tags the rig with a template while its joints stand in the bind pose (rotations zero),
+// then gives the rotation curves back.
+inline void TagInBindPose(const KRX::Model& model, const fs::path& tag_template) {
+  std::map<std::wstring, std::vector<KRX::FCurveKeyData>> saved;
+  for (KRX::X3DObject joint : model.FindChildren()) {
+    KRX::KinematicState local = joint.GetKinematics().GetLocal();
+    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
+      KRX::Parameter parameter = local.GetParameter(p);
+      if (parameter.GetFCurve().IsValid()) {
+        saved[joint.GetFullName().GetWideString() + L"." + p] = parameter.GetFCurve().GetKeys();
+      }
+      parameter.RemoveAnimation();
+      parameter.PutValue(KRX::CValue(0.0));
+    }
+  }
+  ASSERT_TRUE(InheritTagTemplate(model, tag_template.string()));
+  for (KRX::X3DObject joint : model.FindChildren()) {
+    KRX::KinematicState local = joint.GetKinematics().GetLocal();
+    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
+      const auto found = saved.find(joint.GetFullName().GetWideString() + L"." + p);
+      if (found != saved.end()) local.GetParameter(p).AddFCurve(found->second);
+    }
+  }
+}
+
+// What a retarget flow reads from a tagged model: its structure, its RetargetModel with
+// the map read and its resolved glue.
+struct TaggedModel {
+  std::unique_ptr<ModelStructure> structure;
+  std::unique_ptr<RetargetModel> retarget;
+  std::unique_ptr<GlueMap> glue;
+};
+
+inline TaggedModel ReadTagged(const KRX::Model& model) {
+  TaggedModel tagged;
+  std::optional<ModelStructure> structure = ReadStructureProperty(model);
+  EXPECT_TRUE(structure);
+  if (!structure) return tagged;
+  tagged.structure = std::make_unique<ModelStructure>(std::move(*structure));
+  tagged.retarget = std::make_unique<RetargetModel>(model, tagged.structure.get());
+  ReadModelMap(*tagged.retarget);
+  EXPECT_TRUE(tagged.retarget->valid);
+  tagged.glue = ReadGlueMap(model);
+  EXPECT_TRUE(tagged.glue);
+  if (tagged.glue) ResolveGlueMap(*tagged.glue, model, *tagged.retarget);
+  return tagged;
+}
+
+}  // namespace kavor::capturetest
