@@ -50,8 +50,8 @@ class CaptureRetargetTest : public ::testing::Test {
   void Retarget(double scale, Check check) {
     const KRX::Model source_model = ct::ImportCapture(capture, L"Source");
     const KRX::Model target_model = ct::ImportCapture(capture, L"Target", scale);
-    ct::TagInBindPose(source_model, ct::ShippedTemplate("CmuJointNames.tagt"));
-    ct::TagInBindPose(target_model, ct::ShippedTemplate("CmuJointNames.tagt"));
+    ASSERT_TRUE(ct::TagInBindPose(source_model, ct::ShippedTemplate("CmuJointNames.tagt")));
+    ASSERT_TRUE(ct::TagInBindPose(target_model, ct::ShippedTemplate("CmuJointNames.tagt")));
     ct::TaggedModel source = ct::ReadTagged(source_model);
     ct::TaggedModel target = ct::ReadTagged(target_model);
     ASSERT_TRUE(source.retarget && target.retarget && target.glue);

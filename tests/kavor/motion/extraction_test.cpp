@@ -172,6 +172,31 @@ TEST_F(ExtractionTest, AFreeNodeBehindItsParentBecomesAChildNode) {
   ExpectNear(TargetPose("Chest").GetTranslation() - TargetPose("Spine").GetTranslation(), CVector3(0, 2, 0));
 }
 
+TEST_F(ExtractionTest, SolveLimbsReachesTheFootWithTheBonesLengthsKept) {
+  const StructurePlane& plane = target_structure->planes[0];
+  const int32_t ankle = plane.span, knee = plane.chain[1], hip = plane.chain[2];
+  const auto position = [&](int32_t i) { return target->Node(i).global_pose.GetTranslation(); };
+  const double upper = (position(knee) - position(hip)).GetLength();
+  const double lower = (position(ankle) - position(knee)).GetLength();
+  target->Node(knee).length = upper;
+  target->Node(ankle).length = upper + lower;
+  // The foot is pulled up and forward; the limb must bend towards +Z (knee forward) when
+  // the plane normal is -X.
+  target->Node(ankle).global_pose.SetTranslation(position(hip) + CVector3(0, -5, 2));
+  target->Plane(0).up_vector = CVector3(-1, 0, 0);
+  target->Plane(0).rest_end_direction = CVector3(0, -1, 0);
+  SolveLimbs(*target);
+  EXPECT_NEAR((position(knee) - position(hip)).GetLength(), upper, 1e-9);
+  EXPECT_NEAR(position(knee).GetX(), position(hip).GetX(), 1e-9);
+  EXPECT_GT(position(knee).GetZ(), position(hip).GetZ() + 0.5);
+  // The lower bone now points at the foot.
+  const CVector3 aim = target->Node(knee).global_pose.GetRotation().GetQuaternion().Rotate(CVector3(0, -1, 0));
+  CVector3 to_foot = position(ankle) - position(knee);
+  to_foot.NormalizeInPlace();
+  ExpectNear(aim, to_foot, 1e-9);
+  EXPECT_NEAR((position(ankle) - position(knee)).GetLength(), lower, 1e-9);
+}
+
 TEST_F(ExtractionTest, StructuresOfAnotherKindAreRefused) {
   source_structure.type = "Quadruped";
   EXPECT_FALSE(BindSource(*target, *source, glue));
