@@ -120,7 +120,10 @@ bool InheritTagTemplate(const KRX::Model& model, const std::string& file) {
   for (size_t i = 0; matches && i < map->entries.size(); ++i) {
     const TemplateTag& tag = map->entries[i];
     const bool condition = !tag.condition_node.empty() && HasChild(model, tag.condition_node);
-    matches = HasChild(model, ChosenNodeName(tag, condition));
+    const std::string& name = ChosenNodeName(tag, condition);
+    matches = HasChild(model, name);
+    // Say which object is missing: the message box alone does not tell the user what to fix.
+    if (!matches) LogInfo(ToWide("Node " + name + " is missing."));
   }
   if (!matches) {
     ShowWarning(L"Failed to inherit the template data.  Template does not match the rig.");

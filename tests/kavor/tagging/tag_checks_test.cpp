@@ -87,6 +87,29 @@ TEST_F(TagChecks, SingleChoiceRules) {
   EXPECT_EQ(Value("lKnee"), "LeftLeg|Chest");
 }
 
+TEST_F(TagChecks, LimbAndSpineNodesNeedObjectsOfTheirOwn) {
+  ASSERT_TRUE(Set("lHip", "LeftUpLeg"));
+  EXPECT_FALSE(Set("lKnee", "LeftUpLeg"));
+  EXPECT_EQ(LastBox(), "The rig node LeftUpLeg is already associated with the ik anchor lHip.");
+
+  ASSERT_TRUE(Set("lKnee", "LeftLeg"));
+  EXPECT_FALSE(Set("lAnkle", "LeftLeg"));
+  EXPECT_EQ(LastBox(),
+            "The rig node LeftLeg is already associated with node lKnee.\n"
+            "The end effector requires a unique node for tagging (although it can share a node with its child).");
+  EXPECT_FALSE(Set("lHip", "LeftLeg"));
+  EXPECT_EQ(LastBox(),
+            "The rig node LeftLeg is already associated with node lKnee.\n"
+            "The ik anchor requires a unique node for tagging.");
+  EXPECT_EQ(Value("lHip"), "LeftUpLeg");
+
+  ASSERT_TRUE(Set("lToes", "Chest"));
+  EXPECT_FALSE(Set("Spine", "Chest"));
+  EXPECT_EQ(LastBox(),
+            "The rig node Chest is already associated with node lToes.\n"
+            "The spine node requires a unique node for tagging.");
+}
+
 TEST_F(TagChecks, SubControls) {
   ASSERT_TRUE(Set("Hips", "Hips"));
   EXPECT_FALSE(Set("cog", "NoSuchObject"));

@@ -162,16 +162,22 @@ TEST(ShippedTagTemplates, TagTheCapturesTheyWereMadeFor) {
   const char* source = std::getenv("KAVOR_SOURCE_DIR");
   if (!source || Shared().empty()) GTEST_SKIP() << "no source or shared captures";
   const fs::path templates = fs::path(source) / "data" / "Addons" / "Trevalin" / "Data" / "TagTemplates";
-  const std::pair<const char*, const char*> cases[] = {{"CmuJointNames.tagt", "cmu_02_01.bvh"},
-                                                       {"CmuClassicJointNames.tagt", "cmu_131_01_maxfriendly.bvh"}};
-  for (const auto& [file, capture] : cases) {
+  struct Case {
+    const char* file;
+    const char* capture;
+    size_t tags;
+  };
+  const Case cases[] = {{"CmuJointNames.tagt", "cmu_02_01.bvh", 25},
+                        {"CmuClassicJointNames.tagt", "cmu_131_01_maxfriendly.bvh", 25},
+                        {"ClassicJointNames.tagt", "Boxing_Toes.bvh", 21}};
+  for (const auto& [file, capture, tag_count] : cases) {
     SCOPED_TRACE(file);
     if (!fs::exists(Shared() / capture)) continue;
     KRX::rt::ResetScene();
     KRX::rt::SetInstallationPath(3, (fs::path(source) / "data").string());
     const KRX::Model model = ImportInBindPose(Shared() / capture, L"Capture");
     ASSERT_TRUE(InheritTagTemplate(model, (templates / file).string()));
-    EXPECT_EQ(TagsOf(model).size(), 25u);
+    EXPECT_EQ(TagsOf(model).size(), tag_count);
     ASSERT_TRUE(ReadGlueMap(model));
     std::optional<ModelStructure> structure = ReadStructureProperty(model);
     ASSERT_TRUE(structure);
@@ -180,6 +186,28 @@ TEST(ShippedTagTemplates, TagTheCapturesTheyWereMadeFor) {
     EXPECT_TRUE(retarget.valid);
     EXPECT_GT(retarget.leg_length, 1.0);
   }
+  KRX::rt::ResetScene();
+}
+
+// A template naming joints the capture lacks is refused as a whole: it says which joints
+// are missing and leaves the capture untagged, its page marked for applying again.
+TEST(ShippedTagTemplates, AJointTheRigLacksRefusesTheTemplate) {
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  if (!source || Shared().empty() || !fs::exists(Shared() / "cmu_02_01.bvh")) GTEST_SKIP() << "no shared captures";
+  KRX::rt::ResetScene();
+  KRX::rt::ResetInteraction();
+  KRX::rt::ClearLog();
+  KRX::rt::SetInstallationPath(3, (fs::path(source) / "data").string());
+  const KRX::Model model = ImportInBindPose(Shared() / "cmu_02_01.bvh", L"Handless");
+  ASSERT_TRUE(TryRunCommand(L"DeleteObj", {KRX::CValue(L"Handless.LeftHand")}));
+  const fs::path templates = fs::path(source) / "data" / "Addons" / "Trevalin" / "Data" / "TagTemplates";
+  EXPECT_FALSE(InheritTagTemplate(model, (templates / "CmuJointNames.tagt").string()));
+  EXPECT_TRUE(iotest::Logged(8, {"Node LeftHand is missing."}));
+  ASSERT_FALSE(KRX::rt::MessageBoxes().empty());
+  EXPECT_EQ(KRX::rt::MessageBoxes().back().text.GetAsciiString(),
+            "Failed to inherit the template data.  Template does not match the rig.");
+  EXPECT_TRUE(TagsOf(model).empty());
+  EXPECT_TRUE(GetOrAddTagPage(model).GetParameterValue(L"dirty").GetBool());
   KRX::rt::ResetScene();
 }
 
