@@ -1,5 +1,6 @@
 // The tag page's events: opening and closing it, typed values, the structure choice and
 // its buttons (load, save, apply, clean, edit, select, pick).
+#include <filesystem>
 #include <optional>
 #include <vector>
 
@@ -71,16 +72,30 @@ void SelectAssigned(const KRX::CustomProperty& page, const KRX::Model& model, co
   RunCommand(L"SelectObj", {KRX::CValue(selection)});
 }
 
+// A template saved from a capture's reference model is the map file the scene's
+// Mocap-to-Rig page retargets that capture with.
+void OfferTemplateToMocapPage(const KRX::Model& model, const KRX::CString& file) {
+  if (!FindPropertyByName(model, L"ZRKMocapRef", nullptr)) return;
+  KRX::Property mocap_page;
+  if (!FindPropertyByName(KRX::Application().GetActiveSceneRoot(), L"MocapToRig", &mocap_page)) return;
+  KRX::CustomProperty page(mocap_page);
+  if (page.GetParameter(L"MocapMapFile").IsValid()) page.PutParameterValue(L"MocapMapFile", KRX::CValue(file));
+}
+
 void OnButton(KRX::CustomProperty& page, const std::string& button, KRX::PPGEventContext& context) {
   const KRX::Model model = ModelOfPage(page);
   const KRX::CValue model_name(model.GetFullName());
   if (button == "Load1" || button == "Load2" || button == "Save1" || button == "Save2") {
     const bool load = button[0] == 'L';
+    // The page's own template's folder first: the user most likely works beside it.
+    const std::string current = ToNarrow(page.GetParameterValue(L"TemplateFile").GetString());
+    const std::string current_folder = std::filesystem::path(current).parent_path().string();
     const KRX::CString file = BrowseInRememberedFolder(
         kTagTemplateFilesKey, load ? L"Load Template (*.tagt)|*.tagt||" : L"Save Template (*.tagt)|*.tagt||",
-        load ? L"Load Template File" : L"Save Template File", load);
+        load ? L"Load Template File" : L"Save Template File", load, ToWide(current_folder));
     if (file.IsEmpty()) return;
     RunCommand(load ? L"LoadTagTemplateFile" : L"SaveTagTemplateFile", {model_name, KRX::CValue(file)});
+    if (!load) OfferTemplateToMocapPage(model, file);
   } else if (button == "Apply1" || button == "Apply2") {
     RunCommand(L"ApplyTagsToRig", {model_name});
   } else if (button == "Clean1" || button == "Clean2") {

@@ -18,10 +18,12 @@ KRX::CString DefaultBrowseDataFolder() {
 }
 
 KRX::CString BrowseInRememberedFolder(const KRX::CString& key, const KRX::CString& filter,
-                                      const KRX::CString& title, bool open) {
+                                      const KRX::CString& title, bool open,
+                                      const KRX::CString& start_folder) {
   Preferences preferences;
-  const KRX::CString folder =
-      preferences.GetString(kFilePathsSection, key, DefaultBrowseDataFolder());
+  const KRX::CString folder = start_folder.IsEmpty()
+                                  ? preferences.GetString(kFilePathsSection, key, DefaultBrowseDataFolder())
+                                  : start_folder;
   const KRX::CString chosen = BrowseForFile(filter, title, folder, open);
   if (!chosen.IsEmpty()) preferences.SetString(kFilePathsSection, key, chosen);
   preferences.Close();

@@ -13,8 +13,10 @@ KRX::CString DefaultBrowseDataFolder();
 // The browse every page does: opens the preferences, shows the host file browser on the
 // folder remembered under "FILEPATHS" / `key` (DefaultBrowseDataFolder() when none, which
 // is then remembered), remembers the chosen file's folder, and closes the preferences.
-// Returns the chosen file; empty when the browse was cancelled.
+// A non-empty `start_folder` overrides the remembered folder for this browse. Returns the
+// chosen file; empty when the browse was cancelled.
 KRX::CString BrowseInRememberedFolder(const KRX::CString& key, const KRX::CString& filter,
-                                      const KRX::CString& title, bool open);
+                                      const KRX::CString& title, bool open,
+                                      const KRX::CString& start_folder = KRX::CString());
 
 }  // namespace kavor

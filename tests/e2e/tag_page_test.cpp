@@ -60,6 +60,15 @@ TEST_F(TagPageTest, PickTypeAndClose) {
     KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ParameterChange, L"lWrist");
     EXPECT_EQ(Value(page, L"lWrist"), "");
   }
+  {  // The template buttons browse beside the page's own template; a cancelled browse does
+     // nothing.
+    page.PutParameterValue(L"TemplateFile", KRX::CValue(L"/projects/walkers/walker.tagt"));
+    KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ButtonClicked, L"Load1");
+    ASSERT_FALSE(KRX::rt::FileBrowsers().empty());
+    EXPECT_EQ(KRX::rt::FileBrowsers().back().initial_directory, KRX::CString(L"/projects/walkers"));
+    EXPECT_EQ(KRX::rt::FileBrowsers().back().title, KRX::CString(L"Load Template File"));
+    EXPECT_EQ(Value(page, L"lShoulder"), "LeftArm");
+  }
   // Closing a changed page applies it; an incomplete tagging is refused with its reason.
   EXPECT_EQ(KRX::rt::ClosePage(page), KRX::CStatus::OK);
   ASSERT_FALSE(KRX::rt::MessageBoxes().empty());
