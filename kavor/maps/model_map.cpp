@@ -154,7 +154,8 @@ bool HasNoFrictionOrFreeAncestor(const RetargetModel& model, int32_t node) {
   if (!model.structure || node < 0 || node >= model.NumNodes()) return false;
   const std::vector<StructureNode>& nodes = model.structure->nodes;
   int32_t up = nodes[static_cast<size_t>(node)].parent;
-  for (int32_t steps = 0; up >= 0 && steps < model.NumNodes(); ++steps) {
+  const auto count = static_cast<int32_t>(nodes.size());
+  for (int32_t steps = 0; up >= 0 && up < count && steps < count; ++steps) {
     const StructureNodeType type = nodes[static_cast<size_t>(up)].type;
     if (type == StructureNodeType::kIk || type == StructureNodeType::kFree) return false;
     if (up == 0) break;
