@@ -169,7 +169,9 @@ TEST(ShippedTagTemplates, TagTheCapturesTheyWereMadeFor) {
   };
   const Case cases[] = {{"CmuJointNames.tagt", "cmu_02_01.bvh", 25},
                         {"CmuClassicJointNames.tagt", "cmu_131_01_maxfriendly.bvh", 25},
-                        {"ClassicJointNames.tagt", "Boxing_Toes.bvh", 21}};
+                        {"ClassicJointNames.tagt", "Boxing_Toes.bvh", 21},
+                        {"JointRootNames.tagt", "dataset-1_run_normal_001.bvh", 21},
+                        {"DogJointNames.tagt", "dog_D1_001_KAN01_001.bvh", 25}};
   for (const auto& [file, capture, tag_count] : cases) {
     SCOPED_TRACE(file);
     if (!fs::exists(Shared() / capture)) continue;
