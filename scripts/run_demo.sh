@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up and builds the project, then runs the main job on the project's own example data:
-# krx loads the plug-in, lists what it registered and runs the demo command script, then
-# prints the tagged walker's leg length.
+# krx loads the plug-in, lists what it registered and runs the demo command script (tag the
+# walker, save its tag template, its motion as a motion file and the scene), then prints the
+# tagged walker's leg length.
 # Output lands in build/demo/.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"

@@ -1,6 +1,7 @@
 #include "kavor/plugin/operations.h"
 
 #include "kavor/host/host.h"
+#include "kavor/motion/save_kavor_motion.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tag_templates.h"
@@ -71,8 +72,9 @@ bool LoadKavorMotion(const KRX::CString&, const KRX::Model&, int32_t) {
   return NotAvailable(L"LoadKavorMotion");
 }
 
-bool SaveKavorMotion(const KRX::Model&, const KRX::CString&, int32_t, int32_t) {
-  return NotAvailable(L"SaveKavorMotion");
+bool SaveKavorMotion(const KRX::Model& source, const KRX::CString& kavor_file, int32_t start_frame,
+                     int32_t end_frame) {
+  return kavor::SaveKavorMotion(source, kavor_file, start_frame, end_frame);
 }
 
 bool RemoveRetargetSetup(const KRX::Model&) { return NotAvailable(L"RemoveRetargetSetup"); }

@@ -127,7 +127,7 @@ const std::vector<CommandCase> kCommands = {
      "MTII",
      {"missing source model.", "invalid source model.", "missing kavorfile.",
       "missing start frame.", "missing end frame."},
-     "SaveKavorMotion",
+     "",
      Back::kFalse},
     {"RemoveAllKavorPropsAndOps",
      {"model"},
