@@ -1,5 +1,6 @@
 #include "files/bvh_file.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -28,6 +29,7 @@ class Words {
     return text_.substr(start, pos_ - start);
   }
   int line() const { return line_; }
+  size_t BytesLeft() const { return text_.size() - pos_; }
   bool AtEnd() {
     Skip();
     return pos_ >= text_.size();
@@ -186,8 +188,10 @@ struct Parser {
     if (file.channel_count > 0 && file.announced_frames > kMaxBvhValues / file.channel_count) {
       return Fail("the motion is too large (" + std::to_string(file.announced_frames) + " frames)");
     }
-    // Every complete frame present counts, whatever the header announced.
-    file.values.reserve(file.announced_frames * file.channel_count);
+    // Every complete frame present counts, whatever the header announced. A number takes
+    // at least two bytes with its separator, so the text left bounds the reservation: a
+    // short file announcing a huge take allocates nothing it cannot fill.
+    file.values.reserve(std::min(file.announced_frames * file.channel_count, words.BytesLeft() / 2 + 1));
     while (file.channel_count > 0) {
       const std::string_view word = words.Next();
       if (word.empty()) break;
