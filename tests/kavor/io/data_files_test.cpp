@@ -134,46 +134,38 @@ TEST_F(DataFilesTest, FindDataFileRefusesNamesThatLeaveTheFolder) {
   EXPECT_TRUE(FindDataFile(DataFileKind::kMocapStructure, L"m", 1, nullptr));
 }
 
-TEST_F(DataFilesTest, AnEmptyRootIsSearchedAsARelativePath) {
-  // Only root 2 is configured; roots 1 and 3 are empty and searched relative to the
-  // working folder.
-  UseInstallations({"", install_[1].path().string(), ""});
-  iotest::TempFolder work;
-  iotest::WriteFile(work / "Structures/rel.structure", "x");
-  const std::filesystem::path previous = std::filesystem::current_path();
-  std::filesystem::current_path(work.path());
-  CString path;
-  const bool found = FindDataFile(DataFileKind::kStructure, L"rel", 1, &path);
-  std::filesystem::current_path(previous);
-  EXPECT_TRUE(found);
-  EXPECT_EQ(path, CString(L"Structures/rel.structure"));
-}
-
-TEST_F(DataFilesTest, ListDataFilesListsEachRootInTurn) {
-  UseInstallations({install_[0].path().string(), install_[1].path().string(), ""});
+// An empty root is searched as a path relative to the working folder, but never listed.
+TEST_F(DataFilesTest, EmptyRootsAndListing) {
+  UseInstallations({install_[0].path().string(), "", ""});
   Put(0, "Structures/human.structure");
   Put(0, "Structures/a.structure");
   Put(0, "Structures/b.base");
   Put(0, "Structures/x.structure.bak");
   Put(0, "Structures/Mocap/m.structure");
   std::filesystem::create_directories(Data(0, "Structures/d.structure"));
-  Put(1, "Structures/human.structure");
-  // An empty root is skipped, even when the working folder holds such files.
   iotest::TempFolder work;
   iotest::WriteFile(work / "Structures/rel.structure", "x");
+  iotest::WriteFile(work / "Structures/human.structure", "x");
   const std::filesystem::path previous = std::filesystem::current_path();
   std::filesystem::current_path(work.path());
+  CString path;
+  const bool found = FindDataFile(DataFileKind::kStructure, L"rel", 1, &path);
   std::vector<CString> names = {L"stale"};
   ListDataFiles(DataFileKind::kStructure, 1, &names);
+  std::vector<CString> from_two = {L"stale"};
+  ListDataFiles(DataFileKind::kStructure, 2, &from_two);
   std::filesystem::current_path(previous);
-
-  ASSERT_EQ(names.size(), 3u);
-  // Root 1's files first, in the order its folder lists them; then root 2's.
-  std::vector<CString> first(names.begin(), names.begin() + 2);
-  std::sort(first.begin(), first.end());
-  EXPECT_EQ(first, (std::vector<CString>{L"a.structure", L"human.structure"}));
-  EXPECT_EQ(names[2], CString(L"human.structure"));
-  {  // From root 2 on, and the other kinds.
+  EXPECT_TRUE(found);
+  EXPECT_EQ(path, CString(L"Structures/rel.structure"));
+  std::sort(names.begin(), names.end());  // in the order the folder lists them
+  EXPECT_EQ(names, (std::vector<CString>{L"a.structure", L"human.structure"}));
+  EXPECT_TRUE(from_two.empty());
+  {  // Root by root, and the other kinds.
+    UseAllThree();
+    Put(1, "Structures/human.structure");
+    ListDataFiles(DataFileKind::kStructure, 1, &names);
+    ASSERT_EQ(names.size(), 3u);
+    EXPECT_EQ(names[2], CString(L"human.structure"));
     ListDataFiles(DataFileKind::kStructure, 2, &names);
     EXPECT_EQ(names, (std::vector<CString>{L"human.structure"}));
     ListDataFiles(DataFileKind::kMocapStructure, 1, &names);

@@ -12,44 +12,34 @@ namespace {
 
 using KRX::CString;
 
-TEST(FileNames, DirectoryOfKeepsTheLastSeparator) {
-  {  // Forward slashes.
-    EXPECT_EQ(DirectoryOf(L"c:/data/file.tagt"), CString(L"c:/data/"));
+TEST(FileNames, NameParts) {
+  const std::pair<const wchar_t*, const wchar_t*> directories[] = {
+      {L"c:/data/file.tagt", L"c:/data/"},
+      {L"file.tagt", L""},  // a bare file name has no directory part
+      {L"", L""},
+      {L"c:\\data\\file.tagt", L"c:\\data\\"},
+      {L"a/b\\c/d.x", L"a/b\\c/"},  // the later of mixed separators, either way round
+      {L"a\\b/c\\d.x", L"a\\b/c\\"},
+      {L"/home/user/", L"/home/user/"}};  // ending in a separator: its own directory
+  for (const auto& [path, directory] : directories) {
+    EXPECT_EQ(DirectoryOf(path), CString(directory)) << CString(path).GetAsciiString();
   }
-  {  // A bare file name has no directory part.
-    EXPECT_EQ(DirectoryOf(L"file.tagt"), CString());
-    EXPECT_EQ(DirectoryOf(L""), CString());
+  const std::pair<const wchar_t*, const wchar_t*> extensions[] = {
+      {L"a.b.tagt", L"TAGT"},
+      {L"/data/x.Structure", L"STRUCTURE"},
+      {L"tagt", L"TAGT"},  // no point: the whole name, upper-cased
+      {L"name.", L""}};
+  for (const auto& [path, extension] : extensions) {
+    EXPECT_EQ(UpperExtension(path), CString(extension)) << CString(path).GetAsciiString();
   }
-  {  // Backslashes, and the later of mixed separators.
-    EXPECT_EQ(DirectoryOf(L"c:\\data\\file.tagt"), CString(L"c:\\data\\"));
-    EXPECT_EQ(DirectoryOf(L"a/b\\c/d.x"), CString(L"a/b\\c/"));
-    EXPECT_EQ(DirectoryOf(L"a\\b/c\\d.x"), CString(L"a\\b/c\\"));
+  // Cut at the first ".structure".
+  const std::pair<const wchar_t*, const wchar_t*> stripped[] = {
+      {L"human.structure", L"human"},     {L"human.structure.bak", L"human"},
+      {L"a.structure.structure", L"a"},   {L"human", L"human"},
+      {L"human.struct", L"human.struct"}, {L".structure", L""}};
+  for (const auto& [name, stem] : stripped) {
+    EXPECT_EQ(StripStructureExtension(name), CString(stem)) << CString(name).GetAsciiString();
   }
-  {  // A path ending in a separator is its own directory.
-    EXPECT_EQ(DirectoryOf(L"/home/user/"), CString(L"/home/user/"));
-  }
-}
-
-TEST(FileNames, UpperExtensionIsTheTextAfterTheLastPoint) {
-  {
-    EXPECT_EQ(UpperExtension(L"a.b.tagt"), CString(L"TAGT"));
-    EXPECT_EQ(UpperExtension(L"/data/x.Structure"), CString(L"STRUCTURE"));
-  }
-  {  // No point: the whole name, upper-cased.
-    EXPECT_EQ(UpperExtension(L"tagt"), CString(L"TAGT"));
-  }
-  {  // A trailing point leaves nothing after it.
-    EXPECT_EQ(UpperExtension(L"name."), CString());
-  }
-}
-
-TEST(FileNames, StripStructureExtensionCutsAtTheFirstOccurrence) {
-  EXPECT_EQ(StripStructureExtension(L"human.structure"), CString(L"human"));
-  EXPECT_EQ(StripStructureExtension(L"human.structure.bak"), CString(L"human"));
-  EXPECT_EQ(StripStructureExtension(L"a.structure.structure"), CString(L"a"));
-  EXPECT_EQ(StripStructureExtension(L"human"), CString(L"human"));
-  EXPECT_EQ(StripStructureExtension(L"human.struct"), CString(L"human.struct"));
-  EXPECT_EQ(StripStructureExtension(L".structure"), CString());
 }
 
 TEST(FileNames, FileExistsOnlyForReadableRegularFiles) {

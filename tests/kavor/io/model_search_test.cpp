@@ -51,46 +51,40 @@ class ModelSearchTest : public ::testing::Test {
   KRX::X3DObject n_, b_deep_, c_child_, d_child_;
 };
 
-TEST_F(ModelSearchTest, FindModelsWithPropertyNarrowsToTheSelectedModel) {
-  {  // Nothing selected: every model directly below the root that carries it.
-    Select({});
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A", L"B"}));
+TEST_F(ModelSearchTest, FindModelsWithProperty) {
+  const struct {
+    std::vector<KRX::CRef> selection;
+    bool from_selection;
+    Names_t expected;
+  } cases[] = {
+      // Nothing selected: every model directly below the root that carries it.
+      {{}, false, {L"A", L"B"}},
+      // An object deep inside B selected: B alone.
+      {{b_deep_}, false, {L"B"}},
+      // The first selected item whose model is listed decides; C's is not listed.
+      {{c_child_, a_, b_deep_}, false, {L"A"}},
+      // Only unlisted models selected (D lies inside A, not below the root): the whole list.
+      {{c_child_, d_child_, n_}, false, {L"A", L"B"}},
+      // From the selection: empty, although A and B carry the property; else in selection
+      // order, each once, D although it is nested, C (no property), the root and the root's
+      // plain null left out.
+      {{}, true, {}},
+      {{b_deep_, root_, d_child_, c_child_, a_, b_, n_}, true, {L"B", L"D", L"A"}}};
+  for (const auto& c : cases) {
+    auto& selection = KRX::rt::ActiveScene().selection;
+    selection.clear();
+    for (const KRX::CRef& item : c.selection) selection.push_back(item.Lock());
+    EXPECT_EQ(Names(FindModelsWithProperty(kProp, c.from_selection)), c.expected);
   }
-  {  // An object deep inside B selected: B alone.
-    Select({b_deep_});
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"B"}));
-  }
-  {  // The first selected item whose model is listed decides; C's is not listed.
-    Select({c_child_, a_, b_deep_});
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A"}));
-  }
-  {  // Only unlisted models selected (D lies inside A, not below the root): the whole list.
-    Select({c_child_, d_child_, n_});
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, false)), (Names_t{L"A", L"B"}));
-  }
-  {  // The name matches exactly.
-    Select({});
-    EXPECT_TRUE(FindModelsWithProperty(L"zrkstructure", false).empty());
-    EXPECT_TRUE(FindModelsWithProperty(L"ZRKStructur", false).empty());
-  }
-}
-
-TEST_F(ModelSearchTest, FindModelsWithPropertyFromSelectionRebuildsTheList) {
-  {  // Empty selection: empty, although A and B carry the property.
-    Select({});
-    EXPECT_TRUE(FindModelsWithProperty(kProp, true).empty());
-  }
-  {  // Selection order, each once; D counts although it is nested; C (no property), the
-     // root and the root's plain null are left out.
-    Select({b_deep_, root_, d_child_, c_child_, a_, b_, n_});
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, true)), (Names_t{L"B", L"D", L"A"}));
-  }
-  {  // When no model below the root carries the property, the selection does not count.
-    d_.AddCustomProperty(L"OnlyNested");
-    Select({d_child_});
-    EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", true).empty());
-    EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", false).empty());
-  }
+  // The name matches exactly.
+  Select({});
+  EXPECT_TRUE(FindModelsWithProperty(L"zrkstructure", false).empty());
+  EXPECT_TRUE(FindModelsWithProperty(L"ZRKStructur", false).empty());
+  // When no model below the root carries the property, the selection does not count.
+  d_.AddCustomProperty(L"OnlyNested");
+  Select({d_child_});
+  EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", true).empty());
+  EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", false).empty());
 }
 
 TEST_F(ModelSearchTest, SelectedModelsAreTheOwnersInSelectionOrder) {

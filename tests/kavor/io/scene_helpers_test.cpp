@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kavor/host/host.h"
+#include "runtime/interaction.h"
 #include "runtime/item.h"
 #include "runtime/scene_state.h"
 
@@ -27,17 +28,24 @@ class SceneHelpersTest : public ::testing::Test {
  protected:
   void SetUp() override {
     KRX::rt::ResetScene();
+    KRX::rt::ResetInteraction();
     root_ = KRX::Application().GetActiveSceneRoot();
   }
-  void TearDown() override { KRX::rt::ResetScene(); }
+  void TearDown() override {
+    KRX::rt::ResetScene();
+    KRX::rt::ResetInteraction();
+  }
 
   static void PutLocal(KRX::X3DObject& object, const CVector3& position) {
     CTransformation t;
     t.SetTranslation(position);
     object.GetKinematics().GetLocal().PutTransform(t);
   }
-  static CVector3 GlobalPosition(const KRX::X3DObject& object) {
-    return object.GetKinematics().GetGlobal().GetTransform().GetTranslation();
+  // Animates the object's local posx with two keys and gives the parameter.
+  static KRX::Parameter AnimatePosX(const KRX::X3DObject& object) {
+    KRX::Parameter posx = object.GetKinematics().GetLocal().GetParameter(L"posx");
+    posx.AddFCurve({{.time = 1, .value = 0}, {.time = 10, .value = 5}});
+    return posx;
   }
 
   KRX::Model root_;
@@ -75,71 +83,25 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
   }
 }
 
-TEST_F(SceneHelpersTest, ConnectionLineFollowsBothObjects) {
-  // The line's parent is moved and turned so that its space differs from the world.
+// The line's points follow the host's connection-line operator (its own behaviour is the
+// host's); here: the operator is wired to the right states under the right port names, and
+// the line is coloured and not selectable.
+TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   KRX::X3DObject parent = root_.AddNull(L"lines");
-  {
-    CTransformation t;
-    t.SetTranslation(CVector3(10, 0, 0));
-    t.SetRotationFromXYZAngles(CVector3(0, KRX::MATH::kPi / 2, 0));
-    parent.GetKinematics().GetLocal().PutTransform(t);
-  }
+  PutLocal(parent, CVector3(10, 0, 0));  // the line's space differs from the world
   KRX::X3DObject p1 = root_.AddNull(L"p1");
   KRX::X3DObject p2 = root_.AddNull(L"p2");
   PutLocal(p1, CVector3(1, 2, 3));
   PutLocal(p2, CVector3(-4, 5, 6));
-
   KRX::X3DObject curve = AddConnectionLine(parent, p1, p2, 7);
   ASSERT_TRUE(curve.IsValid());
   EXPECT_EQ(curve.GetParent(), parent.GetRef());
-
-  const auto world_points = [&] {
-    const CTransformation line_global = curve.GetKinematics().GetGlobal().GetTransform();
-    std::vector<CVector3> points;
-    for (const CVector3& p : curve.GetCurvePoints()) points.push_back(line_global.MapPoint(p));
-    return points;
-  };
-  {  // Made through the objects' positions.
-    const std::vector<CVector3> points = world_points();
-    ASSERT_EQ(points.size(), 2u);
-    ExpectNear(points[0], CVector3(1, 2, 3));
-    ExpectNear(points[1], CVector3(-4, 5, 6));
-  }
-  {  // The objects move: the points follow.
-    PutLocal(p1, CVector3(7, 7, 7));
-    PutLocal(p2, CVector3(0, -1, 0));
-    const std::vector<CVector3> points = world_points();
-    ASSERT_EQ(points.size(), 2u);
-    ExpectNear(points[0], CVector3(7, 7, 7));
-    ExpectNear(points[1], CVector3(0, -1, 0));
-  }
-  {  // The line's parent moves: the points still sit on the objects.
-    PutLocal(parent, CVector3(-3, 0, 2));
-    const std::vector<CVector3> points = world_points();
-    ASSERT_EQ(points.size(), 2u);
-    ExpectNear(points[0], CVector3(7, 7, 7));
-    ExpectNear(points[1], CVector3(0, -1, 0));
-  }
-  {  // Coloured through a local display property, and not selectable.
-    bool coloured = false;
-    for (const KRX::Property& property : curve.GetProperties()) {
-      const KRX::CValue colour = property.GetParameterValue(L"wirecol");
-      if (!colour.IsEmpty()) coloured = colour.GetInt() == 7;
-    }
-    EXPECT_TRUE(coloured);
-    const KRX::CValue selectable =
-        RunCommand(L"GetValue", {curve.GetFullName() + L".visibility.selectability"});
-    EXPECT_FALSE(selectable.IsEmpty());
-    EXPECT_FALSE(selectable.GetBool());
-  }
-}
-
-TEST_F(SceneHelpersTest, ConnectionLineOperatorPorts) {
-  KRX::X3DObject parent = root_.AddNull(L"lines");
-  KRX::X3DObject p1 = root_.AddNull(L"p1");
-  KRX::X3DObject p2 = root_.AddNull(L"p2");
-  KRX::X3DObject curve = AddConnectionLine(parent, p1, p2, 3);
-  ASSERT_TRUE(curve.IsValid());
+  PutLocal(p1, CVector3(7, 7, 7));
+  const CTransformation line_global = curve.GetKinematics().GetGlobal().GetTransform();
+  const std::vector<CVector3> points = curve.GetCurvePoints();
+  ASSERT_EQ(points.size(), 2u);
+  ExpectNear(line_global.MapPoint(points[0]), CVector3(7, 7, 7));
+  ExpectNear(line_global.MapPoint(points[1]), CVector3(-4, 5, 6));
 
   // The operator is kept with its first output, the curve.
   const auto item = curve.GetRef().Lock();
@@ -150,26 +112,35 @@ TEST_F(SceneHelpersTest, ConnectionLineOperatorPorts) {
   EXPECT_EQ(op->op_type, CString(L"ConnectionLine"));
   EXPECT_EQ(op->language, CString(L"JScript"));
   EXPECT_TRUE(op->connected);
-  struct Port {
+  const struct {
     const wchar_t* name;
     const wchar_t* group;
     bool output;
     KRX::CRef target;
-  };
-  const std::vector<Port> expected = {
+  } expected[] = {
       {L"OutCurve", L"MainGroup", true, curve.GetRef()},
       {L"InLineGlobal", L"MainGroup", false, curve.GetKinematics().GetGlobal().GetRef()},
       {L"InGlobal1", L"ObjectGroup", false, p1.GetKinematics().GetGlobal().GetRef()},
-      {L"InGlobal2", L"ObjectGroup", false, p2.GetKinematics().GetGlobal().GetRef()},
-  };
-  ASSERT_EQ(op->ports.size(), expected.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
+      {L"InGlobal2", L"ObjectGroup", false, p2.GetKinematics().GetGlobal().GetRef()}};
+  ASSERT_EQ(op->ports.size(), std::size(expected));
+  for (size_t i = 0; i < op->ports.size(); ++i) {
     SCOPED_TRACE(CString(expected[i].name).GetAsciiString());
     EXPECT_EQ(op->ports[i].name, CString(expected[i].name));
     EXPECT_EQ(op->ports[i].group, CString(expected[i].group));
     EXPECT_EQ(op->ports[i].output, expected[i].output);
     EXPECT_TRUE(KRX::CRef(op->ports[i].target) == expected[i].target);
   }
+
+  bool coloured = false;
+  for (const KRX::Property& property : curve.GetProperties()) {
+    const KRX::CValue colour = property.GetParameterValue(L"wirecol");
+    if (!colour.IsEmpty()) coloured = colour.GetInt() == 7;
+  }
+  EXPECT_TRUE(coloured);
+  const KRX::CValue selectable =
+      RunCommand(L"GetValue", {curve.GetFullName() + L".visibility.selectability"});
+  EXPECT_FALSE(selectable.IsEmpty());
+  EXPECT_FALSE(selectable.GetBool());
 }
 
 TEST_F(SceneHelpersTest, DeleteChildByNameDeletesBelowTheModelOnly) {
@@ -201,6 +172,74 @@ TEST_F(SceneHelpersTest, FindPositionOrientationConstraint) {
   EXPECT_EQ(found.GetType(), CString(L"Orientation Cns"));
   EXPECT_EQ(found.GetConstrained(), driven);
   EXPECT_EQ(FindPositionOrientationConstraint(other).GetType(), CString(L"Position Cns"));
+}
+
+TEST_F(SceneHelpersTest, RemoveAnimationClearsTheModelsBranchOnly) {
+  KRX::X3DObject model = root_.AddModel(L"M");
+  KRX::X3DObject other = root_.AddModel(L"O");
+  const KRX::Parameter deep = AnimatePosX(model.AddNull(L"hips").AddNull(L"spine"));
+  const KRX::Parameter own = AnimatePosX(model);
+  const KRX::Parameter kept = AnimatePosX(other.AddNull(L"hips"));
+  ASSERT_TRUE(deep.IsAnimated(KRX::AnimationSource::FCurve));
+
+  RemoveAnimation(KRX::Model(model.GetRef()));
+  EXPECT_FALSE(deep.IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_FALSE(own.IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_TRUE(kept.IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_TRUE(KRX::Application().GetSelection().empty());
+}
+
+TEST_F(SceneHelpersTest, FrameModelsFramesWhatItFinds) {
+  KRX::X3DObject a = root_.AddModel(L"A");
+  a.AddCustomProperty(L"ZRKStructure");
+  {  // A model found: framed with the argument 0, selection cleared afterwards.
+    FrameModels(L"ZRKStructure");
+    EXPECT_EQ(KRX::rt::InteractionNotes().back(), "frame all 0");
+    EXPECT_TRUE(KRX::Application().GetSelection().empty());
+  }
+  {  // None found: framed without an argument.
+    FrameModels(L"Missing");
+    EXPECT_EQ(KRX::rt::InteractionNotes().back(), "frame all");
+  }
+}
+
+TEST_F(SceneHelpersTest, InspectPropertyTellsWhetherThePageWasConfirmed) {
+  KRX::X3DObject model = root_.AddModel(L"M");
+  KRX::CustomProperty page = model.AddCustomProperty(L"Settings");
+  page.AddParameter(L"Speed", KRX::ValueType::Double, 5, L"Speed", L"", 1.0);
+  KRX::rt::QueueAnswers({{KRX::rt::AnswerKind::Ok, 0, CString()},
+                         {KRX::rt::AnswerKind::Cancel, 0, CString()}});
+  EXPECT_TRUE(InspectProperty(page));
+  EXPECT_FALSE(InspectProperty(page));
+  EXPECT_FALSE(InspectProperty(KRX::Property()));
+}
+
+TEST_F(SceneHelpersTest, FindOperatorByNameLooksAtWhatWritesAState) {
+  KRX::X3DObject model = root_.AddModel(L"M");
+  KRX::X3DObject other = root_.AddModel(L"O");
+  const CString path = model.GetKinematics().GetLocal().GetFullName();
+  KRX::CustomOperator found;
+  {  // Nothing writes the state yet; no path finds nothing either.
+    EXPECT_FALSE(FindOperatorByName(path, L"ConnectionLine", &found));
+    EXPECT_FALSE(FindOperatorByName(L"", L"ConnectionLine", &found));
+    EXPECT_FALSE(found.IsValid());
+  }
+  // An operator that writes the model's local state (it is never evaluated here).
+  KRX::CustomOperator op = KRX::Application().CreateScriptedOp(L"ConnectionLine", L"", L"JScript");
+  op.AddOutputPort(model.GetKinematics().GetLocal().GetRef(), L"Out");
+  op.AddInputPort(other.GetKinematics().GetGlobal().GetRef(), L"In");
+  ASSERT_TRUE(KRX::Succeeded(op.Connect()));
+  const CString name = op.GetName();
+  ASSERT_FALSE(name.IsEmpty());
+  {
+    EXPECT_TRUE(FindOperatorByName(path, name, &found));
+    EXPECT_EQ(found, op);
+  }
+  {  // Exact names only, and only on the state it writes.
+    EXPECT_FALSE(FindOperatorByName(path, name.Lower() + L"x", nullptr));
+    EXPECT_FALSE(
+        FindOperatorByName(other.GetKinematics().GetLocal().GetFullName(), name, nullptr));
+  }
 }
 
 }  // namespace

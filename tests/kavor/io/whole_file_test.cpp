@@ -42,8 +42,7 @@ TEST_F(WholeFileTest, ReadsTheBytesWithOneNulAfterThem) {
   {  // Binary bytes, NULs and bytes above 127 included, come through unchanged.
     const std::string bytes("a\0b\xff\x80\r\n", 7);
     iotest::WriteFile(folder_ / "bin", bytes);
-    const FileBuffer buffer = ReadWholeFile(CString(folder_ / "bin"));
-    EXPECT_EQ(buffer.Text(), bytes);
+    EXPECT_EQ(ReadWholeFile(CString(folder_ / "bin")).Text(), bytes);
   }
   {  // An empty file is read (and is an empty buffer), still NUL-terminated.
     iotest::WriteFile(folder_ / "empty", "");
@@ -70,23 +69,17 @@ TEST_F(WholeFileTest, ReadPositionStaysInsideTheData) {
 }
 
 TEST_F(WholeFileTest, AnythingButAReadableRegularFileGivesAnEmptyBuffer) {
-  {  // No path.
+  // No path, a missing file, and a folder (which opens on this system but is no file).
+  const std::pair<std::string, ReadFileStatus> cases[] = {
+      {"", ReadFileStatus::kEmptyPath},
+      {folder_ / "missing", ReadFileStatus::kCannotOpen},
+      {folder_.path().string(), ReadFileStatus::kNotRegularFile}};
+  for (const auto& [path, expected] : cases) {
     ReadFileStatus status = ReadFileStatus::kOk;
-    EXPECT_TRUE(ReadWholeFile(L"", &status).IsEmpty());
-    EXPECT_EQ(status, ReadFileStatus::kEmptyPath);
+    EXPECT_TRUE(ReadWholeFile(CString(path), &status).IsEmpty()) << path;
+    EXPECT_EQ(status, expected) << path;
   }
-  {  // A missing file.
-    ReadFileStatus status = ReadFileStatus::kOk;
-    EXPECT_TRUE(ReadWholeFile(CString(folder_ / "missing"), &status).IsEmpty());
-    EXPECT_EQ(status, ReadFileStatus::kCannotOpen);
-  }
-  {  // A folder opens on this system but is no file.
-    ReadFileStatus status = ReadFileStatus::kOk;
-    EXPECT_TRUE(ReadWholeFile(CString(folder_.path().string()), &status).IsEmpty());
-    EXPECT_EQ(status, ReadFileStatus::kNotRegularFile);
-  }
-  // None of these is worth a message.
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
+  EXPECT_TRUE(KRX::rt::LogLines().empty());  // none of these is worth a message
 }
 
 TEST_F(WholeFileTest, AFifoIsRefusedWithoutWaitingForAWriter) {

@@ -47,56 +47,38 @@ class RetargetFrameRangeTest : public ::testing::Test {
 };
 
 TEST_F(RetargetFrameRangeTest, NoAnimationIsNoRange) {
-  {  // Nothing animated: the search values are left as they started.
+  const auto expect = [this](int32_t start, int32_t end) {
     const Range r = Get();
     EXPECT_FALSE(r.found);
-    EXPECT_EQ(r.start, 2147483647);
-    EXPECT_EQ(r.end, -2147483647);
-  }
-  {  // One key is a single frame, not a range.
-    Key(hero_, L"posx", {7.0});
-    const Range r = Get();
-    EXPECT_FALSE(r.found);
-    EXPECT_EQ(r.start, 7);
-    EXPECT_EQ(r.end, 7);
-  }
-  {  // Animation outside the model does not count.
-    KRX::X3DObject other = root_.AddModel(L"Other");
-    Key(other, L"posy", {-50.0, 100.0});
-    const Range r = Get();
-    EXPECT_FALSE(r.found);
-    EXPECT_EQ(r.start, 7);
-  }
+    EXPECT_EQ(r.start, start);
+    EXPECT_EQ(r.end, end);
+  };
+  expect(2147483647, -2147483647);  // nothing animated: the search values as they started
+  Key(hero_, L"posx", {7.0});
+  expect(7, 7);  // one key is a single frame, not a range
+  Key(root_.AddModel(L"Other"), L"posy", {-50.0, 100.0});
+  expect(7, 7);  // animation outside the model does not count
   EXPECT_TRUE(KRX::rt::LogLines().empty());
 }
 
+// Keys of the whole branch count: a deep child, the model's own kinematics, a custom
+// property's parameter; a key between frames widens the range outwards.
 TEST_F(RetargetFrameRangeTest, KeysOfTheWholeBranchCount) {
-  KRX::X3DObject hip = hero_.AddNull(L"hip");
-  KRX::X3DObject knee = hip.AddNull(L"knee");
-  {  // A deep child alone.
-    Key(knee, L"rotz", {10.0, 40.0, 25.0});
+  const auto expect = [this](int32_t start, int32_t end) {
     const Range r = Get();
     EXPECT_TRUE(r.found);
-    EXPECT_EQ(r.start, 10);
-    EXPECT_EQ(r.end, 40);
-  }
-  {  // The model's own kinematics widen the start.
-    Key(hero_, L"posx", {-3.0, 12.0});
-    const Range r = Get();
-    EXPECT_EQ(r.start, -3);
-    EXPECT_EQ(r.end, 40);
-  }
-  {  // A custom property's parameter widens the end; a key between frames widens outwards.
-    KRX::CustomProperty extra = hero_.AddCustomProperty(L"Extra");
-    KRX::Parameter weight =
-        extra.AddParameter(L"weight", KRX::ValueType::Double, KRX::kCapAnimatable, L"", L"", 0.0);
-    ASSERT_TRUE(weight.IsValid());
-    weight.AddFCurve({{.time = 2.5, .value = 0.0}, {.time = 41.25, .value = 1.0}});
-    const Range r = Get();
-    EXPECT_TRUE(r.found);
-    EXPECT_EQ(r.start, -3);
-    EXPECT_EQ(r.end, 42);
-  }
+    EXPECT_EQ(r.start, start);
+    EXPECT_EQ(r.end, end);
+  };
+  Key(hero_.AddNull(L"hip").AddNull(L"knee"), L"rotz", {10.0, 40.0, 25.0});
+  expect(10, 40);
+  Key(hero_, L"posx", {-3.0, 12.0});
+  expect(-3, 40);
+  KRX::Parameter weight = hero_.AddCustomProperty(L"Extra").AddParameter(
+      L"weight", KRX::ValueType::Double, KRX::kCapAnimatable, L"", L"", 0.0);
+  ASSERT_TRUE(weight.IsValid());
+  weight.AddFCurve({{.time = 2.5, .value = 0.0}, {.time = 41.25, .value = 1.0}});
+  expect(-3, 42);
 }
 
 // With retargeted motion on the model the range is the motion's, which the retarget

@@ -57,36 +57,25 @@ TEST_F(PluginSceneEventTest, TheLastAdjustmentPageCloses) {
 }
 
 // Opening a scene reads and writes back the global transform of each adjusted model at
-// the current frame. On an animated model the write is a put at that frame (the scene's
-// revision moves) and the pose stays where the animation puts it.
+// the current frame, models inside other models included. On an animated model the write
+// is a put at that frame (the scene's revision moves) and the pose stays where the
+// animation puts it.
 TEST_F(PluginSceneEventTest, OpeningTouchesAdjustedModelsOnly) {
-  KRX::Model root = KRX::Application().GetActiveSceneRoot();
-  KRX::X3DObject group = root.AddModel(L"Group");
-  KRX::X3DObject hero = group.AddModel(L"Hero");
-  KRX::Parameter posx = hero.GetKinematics().GetLocal().GetParameter(L"posx");
-  ASSERT_TRUE(posx.IsValid());
-  posx.AddFCurve({{.time = 0.0, .value = 2.0}, {.time = 100.0, .value = 2.0}});
-  KRX::CRef none;
-
-  {  // Not adjusted: untouched.
+  KRX::X3DObject hero =
+      KRX::Application().GetActiveSceneRoot().AddModel(L"Group").AddModel(L"Hero");
+  hero.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
+      {{.time = 0.0, .value = 2.0}, {.time = 100.0, .value = 2.0}});
+  const auto revision_moves = [](bool opened) {
+    KRX::CRef none;
     const uint64_t before = KRX::rt::ActiveScene().revision;
-    EXPECT_EQ(MyOpenScene_OnEvent(none), KRX::CStatus::OK);
-    EXPECT_EQ(KRX::rt::ActiveScene().revision, before);
-  }
-  // A model inside another counts: the search goes through the whole scene.
+    EXPECT_EQ(opened ? MyOpenScene_OnEvent(none) : MyNewScene_OnEvent(none), KRX::CStatus::OK);
+    return KRX::rt::ActiveScene().revision > before;
+  };
+  EXPECT_FALSE(revision_moves(true));  // not adjusted
   hero.AddCustomProperty(L"RetargetAdjustPPG");
-  {  // A new scene does not touch it.
-    const uint64_t before = KRX::rt::ActiveScene().revision;
-    EXPECT_EQ(MyNewScene_OnEvent(none), KRX::CStatus::OK);
-    EXPECT_EQ(KRX::rt::ActiveScene().revision, before);
-  }
-  {
-    const uint64_t before = KRX::rt::ActiveScene().revision;
-    EXPECT_EQ(MyOpenScene_OnEvent(none), KRX::CStatus::OK);
-    EXPECT_GT(KRX::rt::ActiveScene().revision, before);
-    EXPECT_NEAR(hero.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.0,
-                1e-12);
-  }
+  EXPECT_FALSE(revision_moves(false));
+  EXPECT_TRUE(revision_moves(true));
+  EXPECT_NEAR(hero.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.0, 1e-12);
   EXPECT_TRUE(KRX::rt::LogLines().empty());
 }
 

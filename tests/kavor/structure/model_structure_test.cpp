@@ -2,122 +2,56 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <functional>
 #include <limits>
 #include <string>
+
+#include "kavor/structure/structure_parser.h"
+#include "kavor/structure/structure_test_support.h"
 
 namespace kavor {
 namespace {
 
-// Hips, a three-node limb from node 1 to node 3 and its mirror image 4..6.
-ModelStructure SmallStructure() {
-  ModelStructure s;
-  const char* names[] = {"Hips", "lA", "lB", "lC", "rA", "rB", "rC"};
-  const int parents[] = {-1, 0, 1, 1, 0, 4, 4};
-  const int offset_parents[] = {-1, 0, 1, 2, 0, 4, 5};
-  const KRX::MATH::CVector3 offsets[] = {{0, 10, 0}, {1, -1, 0},  {0, -4, 0}, {0, -4, 0},
-                                         {-1, -1, 0}, {0, -4, 0}, {0, -4, 0}};
-  for (int i = 0; i < 7; ++i) {
-    StructureNode node;
-    node.name = names[i];
-    node.parent = parents[i];
-    node.offset_parent = offset_parents[i];
-    node.offset = offsets[i];
-    s.nodes.push_back(node);
-  }
-  s.nodes[0].type = StructureNodeType::kHip;
-  for (int end : {3, 6}) {
-    s.nodes[end].type = StructureNodeType::kIk;
-    s.nodes[end].friction = true;
-    StructurePlane plane;
-    plane.anchor_index = end - 2;
-    plane.mid = end - 1;
-    plane.span = end;
-    plane.name = s.nodes[end - 1].name;
-    plane.chain = {end, end - 1, end - 2};
-    s.planes.push_back(plane);
-  }
-  AssignMirrors(s);
-  ComputeRestPositions(s);
-  return s;
-}
-
-bool Mentions(const std::string& problem, const std::string& part) {
-  return problem.find(part) != std::string::npos;
-}
-
-TEST(ModelStructure, RestPositionsAndMirrors) {
-  const ModelStructure s = SmallStructure();
-  EXPECT_EQ(CheckModelStructure(s), "");
-  // Offsets accumulate along the offset parents, not the parents.
-  EXPECT_EQ(s.nodes[3].rest_position, KRX::MATH::CVector3(1, 1, 0));
-  EXPECT_EQ(s.nodes[6].rest_position, KRX::MATH::CVector3(-1, 1, 0));
-  for (int i = 1; i <= 3; ++i) {
-    EXPECT_EQ(s.nodes[i].mirror_index, i + 3);
-    EXPECT_EQ(s.nodes[i + 3].mirror_index, i);
-  }
-  EXPECT_EQ(s.nodes[0].mirror_index, -1);
-  EXPECT_EQ(NodeTypeFromWord("anchor"), StructureNodeType::kChild);
-  EXPECT_EQ(NodeTypeFromWord("friction"), StructureNodeType::kIk);
-  EXPECT_EQ(NodeTypeFromWord("Free"), std::nullopt);
-}
-
+// Every rule of the check, each broken alone in the "mini" structure: nodes 0 Hips,
+// 1..4 lUp lLow lFoot lToe, 5..8 their mirrors, 9..11 lCla lSho lArm; planes lLow (1, 2, 3),
+// rLow (5, 6, 7) and lArm (10, 11, 11).
 TEST(ModelStructure, CheckFindsEachBrokenRule) {
-  {  // A parent that is not an earlier node (a loop or a forward link).
-    ModelStructure s = SmallStructure();
-    s.nodes[2].parent = 2;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "has the parent 2")) << CheckModelStructure(s);
-    s.nodes[2].parent = 5;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "not an earlier node"));
-    s.nodes[2].parent = -2;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "not an earlier node"));
-  }
-  {  // The same for the offset parent.
-    ModelStructure s = SmallStructure();
-    s.nodes[4].offset_parent = 6;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "offset parent 6"));
-  }
-  {  // Names: empty, twice.
-    ModelStructure s = SmallStructure();
-    s.nodes[5].name.clear();
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "has no name"));
-    s.nodes[5].name = "lB";
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "lB is used twice"));
-  }
-  {  // Mirrors: out of range, itself, one-sided.
-    ModelStructure s = SmallStructure();
-    s.nodes[1].mirror_index = 7;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "mirror 7"));
-    s.nodes[1].mirror_index = 1;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "mirror 1"));
-    s.nodes[1].mirror_index = 5;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "does not mirror it back"));
-  }
-  {  // Type out of range, and a foot that is no limb end.
-    ModelStructure s = SmallStructure();
-    s.nodes[2].type = static_cast<StructureNodeType>(7);
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "unknown type 7"));
-    s.nodes[2].type = StructureNodeType::kChild;
-    s.nodes[2].friction = true;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "is a foot"));
-  }
-  {  // Vectors must be finite.
-    ModelStructure s = SmallStructure();
-    s.nodes[3].roll.PutY(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "not finite"));
-  }
-  {  // Planes: anchor < span < node count, mid right after the anchor, the whole chain.
-    ModelStructure s = SmallStructure();
-    s.planes[1].span = 7;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "< node count 7"));
-    s.planes[1].span = 4;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "anchor 4 < end 4"));
-    s = SmallStructure();
-    s.planes[0].mid = 3;
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "middle node 3"));
-    s = SmallStructure();
-    s.planes[0].chain = {3, 1};
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "chain"));
+  const StructureParseResult parsed =
+      ParseStructureText(structuretest::kMiniStructure, "mini",
+                         structuretest::BasesFromMap({{"mini", structuretest::kMiniBase}}));
+  ASSERT_NE(parsed.structure, nullptr) << parsed.message;
+  ASSERT_EQ(CheckModelStructure(*parsed.structure), "");
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const struct {
+    std::function<void(ModelStructure&)> damage;
+    const char* problem;
+  } cases[] = {
+      // A parent or offset parent that is not an earlier node (a loop or a forward link).
+      {[](ModelStructure& s) { s.nodes[2].parent = 2; }, "has the parent 2"},
+      {[](ModelStructure& s) { s.nodes[2].parent = 5; }, "not an earlier node"},
+      {[](ModelStructure& s) { s.nodes[2].parent = -2; }, "not an earlier node"},
+      {[](ModelStructure& s) { s.nodes[4].offset_parent = 6; }, "offset parent 6"},
+      {[](ModelStructure& s) { s.nodes[5].name.clear(); }, "has no name"},
+      {[](ModelStructure& s) { s.nodes[5].name = "lLow"; }, "lLow is used twice"},
+      // Mirrors: out of range, itself, one-sided.
+      {[](ModelStructure& s) { s.nodes[1].mirror_index = 12; }, "mirror 12"},
+      {[](ModelStructure& s) { s.nodes[1].mirror_index = 1; }, "mirror 1"},
+      {[](ModelStructure& s) { s.nodes[1].mirror_index = 6; }, "does not mirror it back"},
+      {[](ModelStructure& s) { s.nodes[2].type = static_cast<StructureNodeType>(7); },
+       "unknown type 7"},
+      {[](ModelStructure& s) { s.nodes[2].friction = true; }, "is a foot"},
+      {[nan](ModelStructure& s) { s.nodes[3].roll.PutY(nan); }, "not finite"},
+      // Planes: anchor < span < node count, mid right after the anchor, the whole chain.
+      {[](ModelStructure& s) { s.planes[1].span = 12; }, "< node count 12"},
+      {[](ModelStructure& s) { s.planes[1].span = 5; }, "anchor 5 < end 5"},
+      {[](ModelStructure& s) { s.planes[0].mid = 3; }, "middle node 3"},
+      {[](ModelStructure& s) { s.planes[0].chain = {3, 1}; }, "chain"},
+  };
+  for (const auto& c : cases) {
+    ModelStructure s = *parsed.structure;
+    c.damage(s);
+    const std::string problem = CheckModelStructure(s);
+    EXPECT_NE(problem.find(c.problem), std::string::npos) << c.problem << ": " << problem;
   }
   {  // Depth and count bounds.
     ModelStructure s;
@@ -127,11 +61,11 @@ TEST(ModelStructure, CheckFindsEachBrokenRule) {
       node.parent = i - 1;
       s.nodes.push_back(node);
     }
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "levels deep"));
+    EXPECT_NE(CheckModelStructure(s).find("levels deep"), std::string::npos);
     for (auto& node : s.nodes) node.parent = -1;
     EXPECT_EQ(CheckModelStructure(s), "");
     s.nodes.resize(kMaxStructureNodes + 1);
-    EXPECT_TRUE(Mentions(CheckModelStructure(s), "more than 512"));
+    EXPECT_NE(CheckModelStructure(s).find("more than 512"), std::string::npos);
   }
 }
 

@@ -11,7 +11,6 @@
 
 #include "kavor/io/data_files.h"
 #include "kavor/structure/structure_parser.h"
-#include "kavor/structure/structure_test_support.h"
 #include "runtime/log.h"
 
 namespace kavor {
@@ -86,43 +85,18 @@ TEST_F(ParseStructureFromFolders, WarnsAndGivesNothing) {
   Write("Structures/hollow.base", "");
   Write("Structures/hollow.structure", "hollow");
   Write("Structures/sneaky.structure", "../core");
-  {
-    EXPECT_EQ(ParseStructure(L"missing"), nullptr);
-    EXPECT_TRUE(Warned("cannot find structure file: missing"));
+  Write("elsewhere.structure", "core");  // a name with a folder is never looked for
+  const std::pair<const wchar_t*, const char*> cases[] = {
+      {L"missing", "cannot find structure file: missing"},
+      {L"../elsewhere", "cannot find structure file: ../elsewhere"},
+      {L"empty", "structure input stream is invalid"},
+      {L"orphan", "cannot find basefile structure file: nobase"},
+      {L"hollow", "basefile structure input stream is invalid"},
+      {L"sneaky", "structure sneaky line 1: the basefile name ../core is not a plain file name"}};
+  for (const auto& [name, warning] : cases) {
+    EXPECT_EQ(ParseStructure(name), nullptr) << warning;
+    EXPECT_TRUE(Warned(warning)) << warning;
   }
-  {  // A name with a folder is never looked for.
-    Write("elsewhere.structure", "core");
-    EXPECT_EQ(ParseStructure(L"../elsewhere"), nullptr);
-    EXPECT_TRUE(Warned("cannot find structure file: ../elsewhere"));
-  }
-  {
-    EXPECT_EQ(ParseStructure(L"empty"), nullptr);
-    EXPECT_TRUE(Warned("structure input stream is invalid"));
-  }
-  {
-    EXPECT_EQ(ParseStructure(L"orphan"), nullptr);
-    EXPECT_TRUE(Warned("cannot find basefile structure file: nobase"));
-  }
-  {
-    EXPECT_EQ(ParseStructure(L"hollow"), nullptr);
-    EXPECT_TRUE(Warned("basefile structure input stream is invalid"));
-  }
-  {
-    EXPECT_EQ(ParseStructure(L"sneaky"), nullptr);
-    EXPECT_TRUE(Warned("structure sneaky line 1: the basefile name ../core is not a plain file name"));
-  }
-}
-
-TEST_F(ParseStructureFromFolders, ShippedStructures) {
-  const fs::path data = structuretest::ShippedDataFolder();
-  if (data.empty()) GTEST_SKIP() << "KAVOR_SOURCE_DIR is not set";
-  fs::current_path(data);
-  for (const wchar_t* name : {L"Humanoid", L"Quadruped", L"BvhCmu", L"BvhClassic", L"MarkerBody"}) {
-    std::unique_ptr<ModelStructure> s = ParseStructure(name);
-    ASSERT_NE(s, nullptr) << KRX::CString(name).GetAsciiString();
-    EXPECT_EQ(CheckModelStructure(*s), "");
-  }
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
 }
 
 }  // namespace

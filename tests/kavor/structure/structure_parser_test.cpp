@@ -1,9 +1,15 @@
+// Structure and base file texts: what a good text gives, every refused text with its
+// message, and damaged texts (cut at every byte, every byte replaced), each of which gives a
+// structure holding the invariants or a message, never a read outside its input. Random
+// edits are the structure fuzzer's part.
 #include "kavor/structure/structure_parser.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,42 +19,13 @@ namespace kavor {
 namespace {
 
 using KRX::MATH::CVector3;
+using structuretest::kMiniBase;
+using structuretest::kMiniStructure;
 
 constexpr double kDeg = 3.14159265358979323846 / 180.0;
 
-// Hips, two legs (anchor, knee, foot, toe) with easy numbers.
-const char* const kMiniBase = R"(
-hips { world
-  Hips  hip      0 1 0   0 0 1    0 10 0 }
-leftLeg { Hips
-  lUp   anchor   0 -1 0  0 0 1    1 -1 0
-  lLow  child    0 -1 0  0 0 1    0 -4 1   limits: 0 -10 -20  90 10 20
-  lFoot friction 0 0 1   0 1 0    0 -4 -1
-  lToe  child    0 0 1   0 1 0    0 -1 2 }
-rightLeg { Hips
-  rUp   anchor   0 -1 0  0 0 1   -1 -1 0
-  rLow  child    0 -1 0  0 0 1    0 -4 1
-  rFoot friction 0 0 1   0 1 0    0 -4 -1
-  rToe  child    0 0 1   0 1 0    0 -1 2 }
-)";
-
-// An arm whose ik node directly follows its anchor.
-const char* const kMiniStructure = R"(mini
-arm { Hips
-  lCla  child    1 0 0   0 1 0    1 3 0
-  lSho  anchor   1 0 0   0 1 0    1 0 0
-  lArm  ik       1 0 0   0 1 0    5 0 0 }
-)";
-
 StructureParseResult Parse(const std::string& text, const std::string& base = kMiniBase) {
   return ParseStructureText(text, "test", structuretest::BasesFromMap({{"mini", base}}));
-}
-
-// The message of a parse that must fail, which must leave no structure behind.
-std::string Failure(const std::string& text, const std::string& base = kMiniBase) {
-  StructureParseResult result = Parse(text, base);
-  EXPECT_EQ(result.structure, nullptr) << "parsed although it should not: " << text;
-  return result.message;
 }
 
 // A node entry with unit directions and a unit offset.
@@ -74,27 +51,26 @@ TEST(StructureParse, NodesPlanesAndRestPositions) {
   ASSERT_NE(result.structure, nullptr) << result.message;
   const ModelStructure& s = *result.structure;
   EXPECT_EQ(s.type, "mini");
-  EXPECT_EQ(s.source, "test");
   ASSERT_EQ(s.NumNodes(), 12);
-
-  // Base groups first, then the structure's groups, entries in order.
-  const std::vector<std::string> names = {"Hips", "lUp",  "lLow", "lFoot", "lToe", "rUp",
-                                          "rLow", "rFoot", "rToe", "lCla",  "lSho", "lArm"};
-  // An ik node hangs below its anchor while its offset stays measured from the entry before.
-  const std::vector<int> parents = {-1, 0, 1, 1, 3, 0, 5, 5, 7, 0, 9, 10};
-  const std::vector<int> offset_parents = {-1, 0, 1, 2, 3, 0, 5, 6, 7, 0, 9, 10};
-  const std::vector<CVector3> rest = {{0, 10, 0}, {1, 9, 0},  {1, 5, 1},  {1, 1, 0},
-                                      {1, 0, 2},  {-1, 9, 0}, {-1, 5, 1}, {-1, 1, 0},
-                                      {-1, 0, 2}, {1, 13, 0}, {2, 13, 0}, {7, 13, 0}};
-  const std::vector<int> mirrors = {-1, 5, 6, 7, 8, 1, 2, 3, 4, -1, -1, -1};
+  // Base groups first, then the structure's groups, entries in order. An ik node hangs below
+  // its anchor while its offset stays measured from the entry before.
+  const struct {
+    const char* name;
+    int parent, offset_parent, mirror;
+    CVector3 rest;
+  } nodes[] = {{"Hips", -1, -1, -1, {0, 10, 0}}, {"lUp", 0, 0, 5, {1, 9, 0}},
+               {"lLow", 1, 1, 6, {1, 5, 1}},     {"lFoot", 1, 2, 7, {1, 1, 0}},
+               {"lToe", 3, 3, 8, {1, 0, 2}},     {"rUp", 0, 0, 1, {-1, 9, 0}},
+               {"rLow", 5, 5, 2, {-1, 5, 1}},    {"rFoot", 5, 6, 3, {-1, 1, 0}},
+               {"rToe", 7, 7, 4, {-1, 0, 2}},    {"lCla", 0, 0, -1, {1, 13, 0}},
+               {"lSho", 9, 9, -1, {2, 13, 0}},   {"lArm", 10, 10, -1, {7, 13, 0}}};
   for (int i = 0; i < 12; ++i) {
-    SCOPED_TRACE(names[i]);
-    EXPECT_EQ(s.nodes[i].name, names[i]);
-    EXPECT_EQ(s.nodes[i].parent, parents[i]);
-    EXPECT_EQ(s.nodes[i].offset_parent, offset_parents[i]);
-    EXPECT_TRUE(s.nodes[i].rest_position.Equals(rest[i], 1e-12));
-    EXPECT_EQ(s.nodes[i].mirror_index, mirrors[i]);
-    EXPECT_FALSE(s.nodes[i].obj_is_valid);
+    SCOPED_TRACE(nodes[i].name);
+    EXPECT_EQ(s.nodes[i].name, nodes[i].name);
+    EXPECT_EQ(s.nodes[i].parent, nodes[i].parent);
+    EXPECT_EQ(s.nodes[i].offset_parent, nodes[i].offset_parent);
+    EXPECT_EQ(s.nodes[i].mirror_index, nodes[i].mirror);
+    EXPECT_TRUE(s.nodes[i].rest_position.Equals(nodes[i].rest, 1e-12));
   }
   EXPECT_EQ(s.nodes[0].type, StructureNodeType::kHip);
   EXPECT_EQ(s.nodes[1].type, StructureNodeType::kChild);  // anchor
@@ -113,28 +89,26 @@ TEST(StructureParse, NodesPlanesAndRestPositions) {
   EXPECT_TRUE(s.nodes[1].max_limits.Equals({-kDeg, -kDeg, -kDeg}, 1e-15));
 
   // Planes in order of their end nodes; an ik node right after its anchor is its own mid.
+  const struct {
+    const char* name;
+    int anchor, mid, span;
+    std::vector<int32_t> chain;
+  } planes[] = {{"lLow", 1, 2, 3, {3, 2, 1}}, {"rLow", 5, 6, 7, {7, 6, 5}},
+                {"lArm", 10, 11, 11, {11, 10}}};
   ASSERT_EQ(s.NumPlanes(), 3);
-  EXPECT_EQ(s.planes[0].name, "lLow");
-  EXPECT_EQ(s.planes[0].anchor_index, 1);
-  EXPECT_EQ(s.planes[0].mid, 2);
-  EXPECT_EQ(s.planes[0].span, 3);
-  EXPECT_EQ(s.planes[0].chain, (std::vector<int32_t>{3, 2, 1}));
-  EXPECT_EQ(s.planes[1].chain, (std::vector<int32_t>{7, 6, 5}));
-  EXPECT_EQ(s.planes[2].name, "lArm");
-  EXPECT_EQ(s.planes[2].anchor_index, 10);
-  EXPECT_EQ(s.planes[2].mid, 11);
-  EXPECT_EQ(s.planes[2].span, 11);
-  EXPECT_EQ(s.planes[2].chain, (std::vector<int32_t>{11, 10}));
+  for (int i = 0; i < 3; ++i) {
+    SCOPED_TRACE(planes[i].name);
+    EXPECT_EQ(s.planes[i].name, planes[i].name);
+    EXPECT_EQ(s.planes[i].anchor_index, planes[i].anchor);
+    EXPECT_EQ(s.planes[i].mid, planes[i].mid);
+    EXPECT_EQ(s.planes[i].span, planes[i].span);
+    EXPECT_EQ(s.planes[i].chain, planes[i].chain);
+  }
 
-  // The groups are kept as written, limits in degrees.
+  // The groups are kept as written (the stored structure's tests look at their entries).
   ASSERT_EQ(s.base_groups.size(), 3u);
-  EXPECT_EQ(s.base_groups[1].name, "leftLeg");
-  EXPECT_EQ(s.base_groups[1].parent, "Hips");
-  EXPECT_EQ(s.base_groups[1].nodes[1].type, "child");
-  EXPECT_EQ(s.base_groups[1].nodes[1].max_limits, CVector3(90, 10, 20));
-  EXPECT_EQ(s.base_groups[1].nodes[0].min_limits, CVector3(1, 1, 1));
+  EXPECT_EQ(s.base_groups[1].nodes[0].min_limits, CVector3(1, 1, 1));  // no limits given
   ASSERT_EQ(s.groups.size(), 1u);
-  EXPECT_EQ(s.groups[0].name, "arm");
   EXPECT_EQ(s.groups[0].nodes[2].type, "ik");
   EXPECT_TRUE(s.decomps.empty());
 
@@ -145,35 +119,26 @@ TEST(StructureParse, NodesPlanesAndRestPositions) {
 
 TEST(StructureParse, FreeFormatText) {
   const std::string reference = Summary(*Parse(kMiniStructure).structure);
-  {  // Comments anywhere, "#" glued to words, CR LF line ends, tabs, one line.
-    const std::string text =
-        "mini# the base\r\n"
-        "# a comment line\r\n"
-        "arm\t{#brace\r\n Hips lCla child 1 0 0 0 1 0#align and roll\r\n 1 3 0\r\n"
-        "lSho\tanchor 1 0 0 0 1 0 1 0 0\r\n"
-        "lArm ik 1 0 0 0 1 0 5 0 0 } # end\r\n";
+  const std::string texts[] = {
+      // Comments anywhere, "#" glued to words, CR LF line ends, tabs.
+      "mini# the base\r\n# a comment line\r\narm\t{#brace\r\n Hips lCla child 1 0 0 0 1 0#align "
+      "and roll\r\n 1 3 0\r\nlSho\tanchor 1 0 0 0 1 0 1 0 0\r\nlArm ik 1 0 0 0 1 0 5 0 0 } # "
+      "end\r\n",
+      // A name not followed by "{" is dropped with the word after it; "{ }" is empty.
+      "mini note to_self empty { } arm { Hips lCla child 1 0 0 0 1 0 1 3 0 lSho anchor 1 0 0 0 1 "
+      "0 1 0 0 lArm ik 1 0 0 0 1 0 5 0 0 }",
+      // The data may end inside a block: the block ends there.
+      "mini arm { Hips lCla child 1 0 0 0 1 0 1 3 0 lSho anchor 1 0 0 0 1 0 1 0 0 lArm ik 1 0 0 "
+      "0 1 0 5 0 0"};
+  for (const std::string& text : texts) {
     StructureParseResult result = Parse(text);
     ASSERT_NE(result.structure, nullptr) << result.message;
-    EXPECT_EQ(Summary(*result.structure), reference);
-  }
-  {  // A name not followed by "{" is dropped with the word after it; "{ }" is empty.
-    const std::string text = "mini note to_self empty { } arm { Hips lCla child 1 0 0 0 1 0 1 3 0 "
-                             "lSho anchor 1 0 0 0 1 0 1 0 0 lArm ik 1 0 0 0 1 0 5 0 0 }";
-    StructureParseResult result = Parse(text);
-    ASSERT_NE(result.structure, nullptr) << result.message;
-    EXPECT_EQ(Summary(*result.structure), reference);
-    EXPECT_EQ(result.structure->groups.size(), 1u);
-  }
-  {  // The data may end inside a block: the block ends there.
-    const std::string text = "mini arm { Hips lCla child 1 0 0 0 1 0 1 3 0 lSho anchor 1 0 0 0 1 0 "
-                             "1 0 0 lArm ik 1 0 0 0 1 0 5 0 0";
-    StructureParseResult result = Parse(text);
-    ASSERT_NE(result.structure, nullptr) << result.message;
-    EXPECT_EQ(Summary(*result.structure), reference);
+    EXPECT_EQ(Summary(*result.structure), reference) << text;
+    EXPECT_EQ(result.structure->groups.size(), 1u) << text;
   }
 }
 
-TEST(StructureParse, BaseFileInclusion) {
+TEST(StructureParse, BaseFileLookup) {
   {  // The base file is asked for by the first word, once, and its groups come first.
     std::vector<std::string> asked;
     auto lookup = [&asked](std::string_view name) -> std::optional<std::string> {
@@ -187,88 +152,138 @@ TEST(StructureParse, BaseFileInclusion) {
     EXPECT_EQ(result.structure->type, "myBase");
     EXPECT_EQ(result.structure->nodes[1].parent, 0);
   }
-  {  // A base file may not hang its groups below the structure's nodes.
-    const std::string base = "hips { world" + Entry("Hips", "hip") + "} late { Tip" +
-                             Entry("Leaf", "child") + "}";
-    EXPECT_EQ(Failure("mini extra { Hips" + Entry("Tip", "child") + "}", base),
-              "group parent node Tip must be defined before the late group");
-  }
-  {  // Names that could lead the search elsewhere are refused without asking for them.
-    for (const char* name : {"../mini", "sub/mini", "sub\\mini", "..", "a..b"}) {
-      bool asked = false;
-      auto lookup = [&asked](std::string_view) -> std::optional<std::string> {
-        asked = true;
-        return std::string(kMiniBase);
-      };
-      StructureParseResult result =
-          ParseStructureText(std::string(name) + " x { Hips" + Entry("A", "child") + "}", "s", lookup);
-      EXPECT_EQ(result.structure, nullptr);
-      EXPECT_EQ(result.message, "structure s line 1: the basefile name " + std::string(name) +
-                                    " is not a plain file name");
-      EXPECT_FALSE(asked) << name;
-    }
-  }
-  {  // In a base file "decompose" is no keyword: it is read as a group's parent word.
-    const std::string base = "hips { world" + Entry("Hips", "hip") + "} d { decompose" +
-                             Entry("Foo", "child") + "}";
-    EXPECT_EQ(Failure("mini", base), "group parent node decompose must be defined before the d group");
+  // Names that could lead the search elsewhere are refused without asking for them.
+  for (const std::string name : {"../mini", "sub/mini", "sub\\mini", "..", "a..b"}) {
+    bool asked = false;
+    auto lookup = [&asked](std::string_view) -> std::optional<std::string> {
+      asked = true;
+      return std::string(kMiniBase);
+    };
+    StructureParseResult result =
+        ParseStructureText(name + " x { Hips" + Entry("A", "child") + "}", "s", lookup);
+    EXPECT_EQ(result.structure, nullptr);
+    EXPECT_EQ(result.message,
+              "structure s line 1: the basefile name " + name + " is not a plain file name");
+    EXPECT_FALSE(asked) << name;
   }
 }
 
-TEST(StructureParse, DocumentedFailures) {
-  {  // Empty input.
-    EXPECT_EQ(Failure(""), "structure input stream is invalid");
+// Every refused text with the message it gives; a refused parse leaves no structure.
+TEST(StructureParse, RefusedTextsAndTheirMessages) {
+  const std::string arm = "mini\narm { Hips\n lSho anchor 1 0 0 0 1 0 2 3 0\n";
+  const std::string hips = "hips { world" + Entry("Hips", "hip") + "}";
+  const std::string mini(kMiniStructure);
+  const struct {
+    std::string text, message;
+    std::string base = kMiniBase;
+  } cases[] = {
+      // Empty input, no base file, a base file that exists but reads empty.
+      {"", "structure input stream is invalid"},
+      {"nobase arm { Hips" + Entry("A", "child") + "}",
+       "cannot find basefile structure file: nobase"},
+      {" \n# only a comment\n", "cannot find basefile structure file: "},
+      {mini, "basefile structure input stream is invalid", ""},
+      // A base file may not hang its groups below the structure's nodes, and "decompose" is
+      // no keyword there: it is read as a group's parent word.
+      {"mini extra { Hips" + Entry("Tip", "child") + "}",
+       "group parent node Tip must be defined before the late group",
+       hips + " late { Tip" + Entry("Leaf", "child") + "}"},
+      {"mini", "group parent node decompose must be defined before the d group",
+       hips + " d { decompose" + Entry("Foo", "child") + "}"},
+      // Unknown type words (case-exact), judged after the whole entry, limits included.
+      {"mini", "error while parsing the basefile spine group",
+       hips + " spine { Hips" + Entry("Chest", "spine") + "}"},
+      {"mini arm { Hips lSho anchor 1 0 0 0 1 0 2 3 0 lArm IK 1 0 0 0 1 0 5 0 0 }",
+       "error while parsing the structure arm group"},
+      {"mini arm { Hips A bone 0 1 0 0 0 1 0 1 0 limits: 0 0 0 1 1 1 }",
+       "error while parsing the structure arm group"},
+      {"mini arm { Hips A 0 1 0 0 0 1 0 1 0 }", "error while parsing the structure arm group"},
+      // An ik or friction entry as the first or second entry of its group, or with its anchor
+      // in an earlier group.
+      {"mini arm { Hips" + Entry("lHand", "ik") + "}",
+       "the ik node lHand is missing an anchor or midjoint"},
+      {"mini arm { Hips" + Entry("lSho", "anchor") + Entry("lPaw", "friction") + "}",
+       "the ik node lPaw is missing an anchor or midjoint"},
+      {"mini arm { Hips" + Entry("lSho", "anchor") + Entry("lElb", "child") + "} hand { lElb" +
+           Entry("lA", "child") + Entry("lB", "child") + Entry("lWrist", "ik") + "}",
+       "structure test line 5: the ik node lWrist has no anchor node before it in the hand group"},
+      // A group parent that is not (yet) a node; the first group's parent must be "world".
+      {"mini arm { Chest" + Entry("A", "child") + "}",
+       "group parent node Chest must be defined before the arm group"},
+      {"mini arm { B" + Entry("A", "child") + "} arm2 { A" + Entry("B", "child") + "}",
+       "group parent node B must be defined before the arm group"},
+      {"mini", "group parent node Hips must be defined before the hips group",
+       "hips { Hips" + Entry("Hips", "hip") + "}"},
+      // Numbers: not one, glued to the brace, not finite, out of range, cut off by the end.
+      {arm + " lArm ik 1 0 0 0 one 0 5 0 0 }",
+       "structure test line 4: expected three numbers for the roll direction of node lArm, found "
+       "\"one\""},
+      {arm + " lArm ik 1 0 0 0 1 0 5 0\n0}",
+       "structure test line 5: expected three numbers for the offset of node lArm, found \"0}\""},
+      {arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits: nan 0 0 1 1 1 }",
+       "structure test line 4: expected three numbers for the lower limits of node lArm, found "
+       "\"nan\", which is not a finite number"},
+      {arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits: 0 0 0 1 1 1e999 }",
+       "structure test line 4: expected three numbers for the upper limits of node lArm, found "
+       "\"1e999\", which is out of range"},
+      {arm + " lArm ik 1 0 0 0 1",
+       "structure test line 4: expected three numbers for the roll direction of node lArm, found "
+       "the end of the data"},
+      {arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits:",
+       "structure test line 4: expected three numbers for the lower limits of node lArm, found "
+       "the end of the data"},
+      {"mini",
+       "basefile mini line 2: expected three numbers for the offset of node Hips, found \"x\"",
+       "hips { world\n Hips hip 0 1 0 0 0 1 0 x 0 }"},
+      // Node and group names: letters, digits and "_", and unique.
+      {"mini x { Hips\n" + Entry("l.Hand", "child") + "}",
+       "structure test line 2: the node name \"l.Hand\" may only hold letters, digits and \"_\""},
+      {"mini x { Hips\n" + Entry("a|b", "child") + "}",
+       "structure test line 2: the node name \"a|b\" may only hold letters, digits and \"_\""},
+      {"mini x { Hips\n" + Entry("A", "child") + Entry("A", "child") + "}",
+       "structure test line 3: the node name A is used twice"},
+      {"mini x { Hips\n" + Entry("lToe", "child") + "}",
+       "structure test line 2: the node name lToe is used twice"},
+      {"mini\nleftLeg { Hips" + Entry("A", "child") + "}",
+       "structure test line 2: the group name leftLeg is used twice"},
+      {"mini\nmy-arm { Hips" + Entry("A", "child") + "}",
+       "structure test line 2: the group name \"my-arm\" may only hold letters, digits and \"_\""},
+      // Decompose blocks: the node must exist; channels must not clash with nodes, earlier
+      // blocks or the tag page, and are plain names.
+      {mini + "split { decompose }",
+       "structure test line 6: the decompose block split names no node"},
+      {mini + "split { decompose Chest a }",
+       "structure test line 6: the decompose block split names the unknown node Chest"},
+      {mini + "split { decompose Hips lArm }",
+       "structure test line 6: the channel lArm of the decompose block split is also a node name"},
+      {mini + "s1 { decompose Hips a }\ns2 { decompose lFoot a }",
+       "structure test line 7: the channel a of the decompose block s2 is a channel of an earlier "
+       "decompose block"},
+      {mini + "split { decompose Hips dirty }",
+       "structure test line 6: the channel dirty of the decompose block split is reserved for the "
+       "tag page"},
+      {mini + "split { decompose Hips a.b }",
+       "structure test line 6: the channel a.b of the decompose block split may only hold letters, "
+       "digits and \"_\""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const StructureParseResult result = Parse(c.text, c.base);
+    EXPECT_EQ(result.structure, nullptr);
+    EXPECT_EQ(result.message, c.message);
   }
-  {  // No such base file; a text of blanks has an empty base name.
-    EXPECT_EQ(Failure("nobase arm { Hips" + Entry("A", "child") + "}"),
-              "cannot find basefile structure file: nobase");
-    EXPECT_EQ(Failure(" \n# only a comment\n"), "cannot find basefile structure file: ");
-  }
-  {  // A base file that exists but reads empty.
-    EXPECT_EQ(Failure(kMiniStructure, ""), "basefile structure input stream is invalid");
-  }
-  {  // An unknown type word in the base file and in the structure (types are case-exact).
-    const std::string base = "hips { world" + Entry("Hips", "hip") + "} spine { Hips" +
-                             Entry("Chest", "spine") + "}";
-    EXPECT_EQ(Failure("mini", base), "error while parsing the basefile spine group");
-    EXPECT_EQ(Failure("mini arm { Hips lSho anchor 1 0 0 0 1 0 2 3 0 lArm IK 1 0 0 0 1 0 5 0 0 }"),
-              "error while parsing the structure arm group");
-  }
-  {  // The type word is judged after the whole entry, limits included, and its message wins
-     // over the numbers it throws out of step.
-    EXPECT_EQ(Failure("mini arm { Hips A bone 0 1 0 0 0 1 0 1 0 limits: 0 0 0 1 1 1 }"),
-              "error while parsing the structure arm group");
-    EXPECT_EQ(Failure("mini arm { Hips A 0 1 0 0 0 1 0 1 0 }"),
-              "error while parsing the structure arm group");
-  }
-  {  // An ik or friction entry as the first or second entry of its group.
-    EXPECT_EQ(Failure("mini arm { Hips" + Entry("lHand", "ik") + "}"),
-              "the ik node lHand is missing an anchor or midjoint");
-    EXPECT_EQ(Failure("mini arm { Hips" + Entry("lSho", "anchor") + Entry("lPaw", "friction") + "}"),
-              "the ik node lPaw is missing an anchor or midjoint");
-  }
-  {  // A group parent that is not (yet) a node; the first group's parent must be "world".
-    EXPECT_EQ(Failure("mini arm { Chest" + Entry("A", "child") + "}"),
-              "group parent node Chest must be defined before the arm group");
-    EXPECT_EQ(Failure("mini arm { B" + Entry("A", "child") + "} arm2 { A" + Entry("B", "child") + "}"),
-              "group parent node B must be defined before the arm group");
-    EXPECT_EQ(Failure("mini", "hips { Hips" + Entry("Hips", "hip") + "}"),
-              "group parent node Hips must be defined before the hips group");
+  // Names the tag page uses for itself.
+  for (const std::string name : {"dirty", "StructureFile", "world", "Apply1", "select_lArm"}) {
+    EXPECT_EQ(Parse("mini x { Hips" + Entry(name, "child") + "}").message,
+              "structure test line 1: the node name " + name + " is reserved for the tag page");
   }
 }
 
 TEST(StructureParse, LimbPlanes) {
-  {  // An ik entry needs an anchor earlier in its own group, not in an earlier group.
-    const std::string text = "mini arm { Hips" + Entry("lSho", "anchor") + Entry("lElb", "child") +
-                             "} hand { lElb" + Entry("lA", "child") + Entry("lB", "child") +
-                             Entry("lWrist", "ik") + "}";
-    EXPECT_EQ(Failure(text), "structure test line 5: the ik node lWrist has no anchor node before "
-                             "it in the hand group");
-  }
   {  // Two limb ends after one anchor: both planes start there.
-    const std::string text = "mini arm { Hips" + Entry("a", "anchor") + Entry("b", "child") +
-                             Entry("c", "ik") + Entry("d", "child") + Entry("e", "ik") + "}";
-    StructureParseResult result = Parse(text);
+    StructureParseResult result = Parse("mini arm { Hips" + Entry("a", "anchor") +
+                                        Entry("b", "child") + Entry("c", "ik") +
+                                        Entry("d", "child") + Entry("e", "ik") + "}");
     ASSERT_NE(result.structure, nullptr) << result.message;
     const ModelStructure& s = *result.structure;
     ASSERT_EQ(s.NumPlanes(), 4);
@@ -281,9 +296,9 @@ TEST(StructureParse, LimbPlanes) {
     EXPECT_EQ(s.nodes[12].parent, 11);  // a child after an ik node hangs below it
   }
   {  // A later anchor in the group takes over.
-    const std::string text = "mini arm { Hips" + Entry("a", "anchor") + Entry("b", "anchor") +
-                             Entry("c", "child") + Entry("d", "ik") + "}";
-    StructureParseResult result = Parse(text);
+    StructureParseResult result = Parse("mini arm { Hips" + Entry("a", "anchor") +
+                                        Entry("b", "anchor") + Entry("c", "child") +
+                                        Entry("d", "ik") + "}");
     ASSERT_NE(result.structure, nullptr) << result.message;
     EXPECT_EQ(result.structure->planes[2].anchor_index, 10);
     EXPECT_EQ(result.structure->planes[2].name, "c");
@@ -298,16 +313,15 @@ TEST(StructureParse, Mirrors) {
     EXPECT_NE(result.structure, nullptr) << result.message;
     return result.structure ? *result.structure : ModelStructure();
   };
-  {  // "left"/"right" prefixes in any case, and single letters in either case.
-    const ModelStructure s = parse_names({"leftArm", "RightArm", "LHAND", "rhand", "root", "l", "r"});
-    const int left_arm = FindNodeIndex(s, "leftArm");
-    EXPECT_EQ(s.nodes[left_arm].mirror_index, FindNodeIndex(s, "RightArm"));
-    EXPECT_EQ(s.nodes[left_arm + 1].mirror_index, left_arm);
-    EXPECT_EQ(s.nodes[left_arm + 2].mirror_index, left_arm + 3);
-    EXPECT_EQ(s.nodes[left_arm + 3].mirror_index, left_arm + 2);
-    EXPECT_EQ(s.nodes[left_arm + 4].mirror_index, -1);  // root looks for loot
-    EXPECT_EQ(s.nodes[left_arm + 5].mirror_index, left_arm + 6);
-    EXPECT_EQ(s.nodes[left_arm + 6].mirror_index, left_arm + 5);
+  {  // "left"/"right" prefixes in any case, single letters in either case; root looks for
+     // loot and finds nothing.
+    const ModelStructure s =
+        parse_names({"leftArm", "RightArm", "LHAND", "rhand", "root", "l", "r"});
+    const int first = FindNodeIndex(s, "leftArm");
+    const int mirrors[] = {1, 0, 3, 2, -1, 6, 5};
+    for (int i = 0; i < 7; ++i) {
+      EXPECT_EQ(s.nodes[first + i].mirror_index, mirrors[i] < 0 ? -1 : first + mirrors[i]) << i;
+    }
   }
   {  // lightArm points at rightArm, which pairs with leftArm: every link stays symmetric.
     const ModelStructure s = parse_names({"lightArm", "rightArm", "leftArm"});
@@ -317,21 +331,17 @@ TEST(StructureParse, Mirrors) {
     EXPECT_EQ(s.nodes[light + 2].mirror_index, light + 1);
     EXPECT_EQ(CheckModelStructure(s), "");
   }
-  {  // The counterpart names themselves.
-    EXPECT_EQ(MirrorNodeName("LeftHand"), "rightHand");
-    EXPECT_EQ(MirrorNodeName("RIGHTfoot"), "leftfoot");
-    EXPECT_EQ(MirrorNodeName("lUpLeg"), "rUpLeg");
-    EXPECT_EQ(MirrorNodeName("Rshoulder"), "lshoulder");
-    EXPECT_EQ(MirrorNodeName("Hips"), std::nullopt);
-  }
+  EXPECT_EQ(MirrorNodeName("LeftHand"), "rightHand");
+  EXPECT_EQ(MirrorNodeName("RIGHTfoot"), "leftfoot");
+  EXPECT_EQ(MirrorNodeName("lUpLeg"), "rUpLeg");
+  EXPECT_EQ(MirrorNodeName("Rshoulder"), "lshoulder");
+  EXPECT_EQ(MirrorNodeName("Hips"), std::nullopt);
 }
 
 TEST(StructureParse, DecomposeBlocks) {
-  auto parse = [](const std::string& blocks) {
-    return Parse(std::string(kMiniStructure) + blocks);
-  };
   {  // "Unused" (any case) leaves a slot empty and is no channel.
-    StructureParseResult result = parse("split { decompose Hips Unused UNUSED unused a b c }");
+    StructureParseResult result =
+        Parse(std::string(kMiniStructure) + "split { decompose Hips Unused UNUSED unused a b c }");
     ASSERT_NE(result.structure, nullptr) << result.message;
     ASSERT_EQ(result.structure->decomps.size(), 1u);
     const StructureDecomp& d = result.structure->decomps[0];
@@ -346,97 +356,13 @@ TEST(StructureParse, DecomposeBlocks) {
     EXPECT_EQ(d.channels, (std::vector<std::string>{"a", "b", "c"}));
   }
   {  // A channel named twice is one channel; words beyond the ninth fill no slot but count.
-    StructureParseResult result =
-        parse("split { decompose lFoot m m m r r r Unused Unused q extra }");
+    const std::string block = "s { decompose lFoot m m m r r r Unused Unused q extra }";
+    StructureParseResult result = Parse(std::string(kMiniStructure) + block);
     ASSERT_NE(result.structure, nullptr) << result.message;
     const StructureDecomp& d = result.structure->decomps[0];
     EXPECT_EQ(d.slots[kDecompPZ], "m");
     EXPECT_EQ(d.slots[kDecompRtoPZ], "q");
     EXPECT_EQ(d.channels, (std::vector<std::string>{"m", "r", "q", "extra"}));
-  }
-  {  // The decomposed node must exist; channels must not clash with nodes or other blocks.
-    EXPECT_EQ(parse("split { decompose }").message,
-              "structure test line 6: the decompose block split names no node");
-    EXPECT_EQ(parse("split { decompose Chest a }").message,
-              "structure test line 6: the decompose block split names the unknown node Chest");
-    EXPECT_EQ(parse("split { decompose Hips lArm }").message,
-              "structure test line 6: the channel lArm of the decompose block split is also a "
-              "node name");
-    EXPECT_EQ(parse("s1 { decompose Hips a }\ns2 { decompose lFoot a }").message,
-              "structure test line 7: the channel a of the decompose block s2 is a channel of an "
-              "earlier decompose block");
-    EXPECT_EQ(parse("split { decompose Hips dirty }").message,
-              "structure test line 6: the channel dirty of the decompose block split is reserved "
-              "for the tag page");
-    EXPECT_EQ(parse("split { decompose Hips a.b }").message,
-              "structure test line 6: the channel a.b of the decompose block split may only hold "
-              "letters, digits and \"_\"");
-  }
-}
-
-TEST(StructureParse, NumberFailures) {
-  const std::string head = "mini\narm { Hips\n lSho anchor 1 0 0 0 1 0 2 3 0\n";
-  {  // Not a number, with the line it is on.
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 one 0 5 0 0 }"),
-              "structure test line 4: expected three numbers for the roll direction of node lArm, "
-              "found \"one\"");
-  }
-  {  // A number glued to the closing brace.
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 1 0 5 0\n0}"),
-              "structure test line 5: expected three numbers for the offset of node lArm, found "
-              "\"0}\"");
-  }
-  {  // Not finite, out of range, in the limits.
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 1 0 5 0 0 limits: nan 0 0 1 1 1 }"),
-              "structure test line 4: expected three numbers for the lower limits of node lArm, "
-              "found \"nan\", which is not a finite number");
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 1 0 5 0 0 limits: 0 0 0 1 1 1e999 }"),
-              "structure test line 4: expected three numbers for the upper limits of node lArm, "
-              "found \"1e999\", which is out of range");
-  }
-  {  // The data ends inside an entry.
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 1"),
-              "structure test line 4: expected three numbers for the roll direction of node lArm, "
-              "found the end of the data");
-    EXPECT_EQ(Failure(head + " lArm ik 1 0 0 0 1 0 5 0 0 limits:"),
-              "structure test line 4: expected three numbers for the lower limits of node lArm, "
-              "found the end of the data");
-  }
-  {  // The same in a base file names the base file.
-    EXPECT_EQ(Failure("mini", "hips { world\n Hips hip 0 1 0 0 0 1 0 x 0 }"),
-              "basefile mini line 2: expected three numbers for the offset of node Hips, found "
-              "\"x\"");
-  }
-}
-
-TEST(StructureParse, NameRules) {
-  {  // Node names are letters, digits and "_".
-    EXPECT_EQ(Failure("mini x { Hips\n" + Entry("l.Hand", "child") + "}"),
-              "structure test line 2: the node name \"l.Hand\" may only hold letters, digits and "
-              "\"_\"");
-    EXPECT_EQ(Failure("mini x { Hips\n" + Entry("a|b", "child") + "}"),
-              "structure test line 2: the node name \"a|b\" may only hold letters, digits and "
-              "\"_\"");
-  }
-  {  // Names the tag page uses for itself.
-    for (const char* name : {"dirty", "StructureFile", "world", "Apply1", "select_lArm"}) {
-      EXPECT_EQ(Failure("mini x { Hips" + Entry(name, "child") + "}"),
-                "structure test line 1: the node name " + std::string(name) +
-                    " is reserved for the tag page");
-    }
-  }
-  {  // A node name used twice, within the structure or across the base file.
-    EXPECT_EQ(Failure("mini x { Hips\n" + Entry("A", "child") + Entry("A", "child") + "}"),
-              "structure test line 3: the node name A is used twice");
-    EXPECT_EQ(Failure("mini x { Hips\n" + Entry("lToe", "child") + "}"),
-              "structure test line 2: the node name lToe is used twice");
-  }
-  {  // Group names follow the same rules and are unique.
-    EXPECT_EQ(Failure("mini\nleftLeg { Hips" + Entry("A", "child") + "}"),
-              "structure test line 2: the group name leftLeg is used twice");
-    EXPECT_EQ(Failure("mini\nmy-arm { Hips" + Entry("A", "child") + "}"),
-              "structure test line 2: the group name \"my-arm\" may only hold letters, digits and "
-              "\"_\"");
   }
 }
 
@@ -456,14 +382,98 @@ TEST(StructureParse, Bounds) {
     StructureParseResult ok = Parse(text_with(kMaxStructureNodes - 9));
     ASSERT_NE(ok.structure, nullptr) << ok.message;
     EXPECT_EQ(ok.structure->NumNodes(), kMaxStructureNodes);
-    const std::string message = Failure(text_with(kMaxStructureNodes - 8));
+    const std::string message = Parse(text_with(kMaxStructureNodes - 8)).message;
     EXPECT_NE(message.find("the structure has more than 512 nodes"), std::string::npos) << message;
   }
   {  // A chain deeper than the bound.
     std::string text = "mini deep { Hips";
     for (int i = 0; i <= kMaxStructureDepth; ++i) text += Entry("n" + std::to_string(i), "child");
-    const std::string message = Failure(text + "}");
+    const std::string message = Parse(text + "}").message;
     EXPECT_NE(message.find("levels deep"), std::string::npos) << message;
+  }
+}
+
+// The damaged-text samples: every feature of the format in a few lines, and the shipped
+// human structure when the source tree is there.
+struct Sample {
+  std::string name, structure, base_name, base;
+};
+
+std::vector<Sample> Samples() {
+  std::vector<Sample> samples = {
+      {"inline sample",
+       std::string(kMiniStructure) + "# spine\r\nspine { Hips Spine free 0 1 0 0 0 1 0 8 -1 }\r\n" +
+           "hip { decompose Hips cog cog cog pelvis pelvis pelvis Unused Unused Unused }\r\n",
+       "mini", kMiniBase}};
+  const auto data = structuretest::ShippedDataFolder();
+  if (!data.empty()) {
+    const auto structure = structuretest::ReadTextFile(data / "Structures" / "Humanoid.structure");
+    const auto base = structuretest::ReadTextFile(data / "Structures" / "Humanoid.base");
+    if (structure && base) samples.push_back({"Humanoid", *structure, "Humanoid", *base});
+  }
+  return samples;
+}
+
+// Parses `structure`, copied into a heap block of exactly its size, with `base` as the
+// sample's base file. Either a structure the rest of the plug-in can rely on, or a message.
+bool ParsesOrExplains(const Sample& sample, const std::string& structure, const std::string& base,
+                      const std::string& what) {
+  std::unique_ptr<char[]> text(new char[structure.size() + 1]);
+  std::memcpy(text.get(), structure.data(), structure.size());
+  const StructureParseResult result = ParseStructureText(
+      std::string_view(text.get(), structure.size()), "damaged",
+      [&](std::string_view name) -> std::optional<std::string> {
+        if (name != sample.base_name) return std::nullopt;
+        return base;
+      });
+  if (result.structure) {
+    EXPECT_EQ(result.message, "") << what;
+    EXPECT_EQ(CheckModelStructure(*result.structure), "") << what;
+  } else {
+    EXPECT_NE(result.message, "") << what;
+  }
+  return result.structure != nullptr;
+}
+
+TEST(StructureRobustness, CutAtEveryByte) {
+  for (const Sample& s : Samples()) {
+    ASSERT_TRUE(ParsesOrExplains(s, s.structure, s.base, s.name + " intact"));
+    int parsed = 0;
+    for (size_t n = 0; n < s.structure.size(); ++n) {
+      parsed += ParsesOrExplains(s, s.structure.substr(0, n), s.base,
+                                 s.name + " structure cut at " + std::to_string(n));
+    }
+    // Cuts between blocks (and in trailing comments) still give a structure.
+    EXPECT_GT(parsed, 0) << s.name;
+    for (size_t n = 0; n < s.base.size(); ++n) {
+      ParsesOrExplains(s, s.structure, s.base.substr(0, n),
+                       s.name + " base cut at " + std::to_string(n));
+    }
+  }
+}
+
+TEST(StructureRobustness, EveryByteReplaced) {
+  // A NUL, a comment start, both braces, a blank, a letter, a digit and a high byte; none of
+  // them changes anything inside a comment, so comment bodies are skipped.
+  const std::string replacements = std::string("\0#{} x9\xFF", 8);
+  for (const Sample& s : Samples()) {
+    bool in_comment = false;
+    for (size_t i = 0; i < s.structure.size(); ++i) {
+      if (in_comment && s.structure[i] == '\n') in_comment = false;
+      if (!in_comment) {
+        for (const char c : replacements) {
+          std::string damaged = s.structure;
+          damaged[i] = c;
+          ParsesOrExplains(s, damaged, s.base, s.name + " byte " + std::to_string(i));
+        }
+      }
+      if (s.structure[i] == '#') in_comment = true;
+    }
+    for (size_t i = 0; i < s.base.size(); ++i) {
+      std::string damaged = s.base;
+      damaged[i] = '}';
+      ParsesOrExplains(s, s.structure, damaged, s.name + " base byte " + std::to_string(i));
+    }
   }
 }
 

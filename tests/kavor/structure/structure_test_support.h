@@ -14,6 +14,29 @@
 
 namespace kavor::structuretest {
 
+// A base of hips and two legs (anchor, knee, foot, toe) with easy numbers, and a structure
+// on it, "mini", adding an arm whose ik node directly follows its anchor.
+inline constexpr const char* kMiniBase = R"(
+hips { world
+  Hips  hip      0 1 0   0 0 1    0 10 0 }
+leftLeg { Hips
+  lUp   anchor   0 -1 0  0 0 1    1 -1 0
+  lLow  child    0 -1 0  0 0 1    0 -4 1   limits: 0 -10 -20  90 10 20
+  lFoot friction 0 0 1   0 1 0    0 -4 -1
+  lToe  child    0 0 1   0 1 0    0 -1 2 }
+rightLeg { Hips
+  rUp   anchor   0 -1 0  0 0 1   -1 -1 0
+  rLow  child    0 -1 0  0 0 1    0 -4 1
+  rFoot friction 0 0 1   0 1 0    0 -4 -1
+  rToe  child    0 0 1   0 1 0    0 -1 2 }
+)";
+inline constexpr const char* kMiniStructure = R"(mini
+arm { Hips
+  lCla  child    1 0 0   0 1 0    1 3 0
+  lSho  anchor   1 0 0   0 1 0    1 0 0
+  lArm  ik       1 0 0   0 1 0    5 0 0 }
+)";
+
 // The source tree's data folder ("<source>/data/Addons/Trevalin/Data"), empty when the
 // tests run without KAVOR_SOURCE_DIR.
 inline std::filesystem::path ShippedDataFolder() {

@@ -5,57 +5,42 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kavor {
 namespace {
 
-// The text in a heap block of exactly its size, with nothing after it: a read past the end
-// is caught by the address sanitizer.
-class ExactBuffer {
- public:
-  explicit ExactBuffer(const std::string& text)
-      : size_(text.size()), bytes_(new char[text.size() == 0 ? 1 : text.size()]) {
-    if (size_ > 0) std::memcpy(bytes_.get(), text.data(), size_);
-  }
-  std::string_view View() const { return {bytes_.get(), size_}; }
-
- private:
-  size_t size_;
-  std::unique_ptr<char[]> bytes_;
-};
+std::vector<std::string> AllWords(Tokenizer& t) {
+  std::vector<std::string> words;
+  for (std::string_view w = t.ReadWord(); !w.empty(); w = t.ReadWord()) words.emplace_back(w);
+  return words;
+}
 
 TEST(Tokenizer, WordsBlanksAndComments) {
-  {  // Every C-locale blank separates words; comments run to the line feed.
-    Tokenizer t(" alpha\tbeta\ngamma\v\fdelta\r\nepsilon # a comment\n#whole line\nzeta");
-    for (const char* expected : {"alpha", "beta", "gamma", "delta", "epsilon", "zeta"}) {
-      EXPECT_EQ(t.ReadWord(), expected);
-    }
-    EXPECT_EQ(t.ReadWord(), "");
+  const struct {
+    std::string text;
+    Tokenizer::Comments comments;
+    std::vector<std::string> words;
+  } cases[] = {
+      // Every C-locale blank separates words; comments run to the line feed.
+      {" alpha\tbeta\ngamma\v\fdelta\r\nepsilon # a comment\n#whole line\nzeta",
+       Tokenizer::Comments::kHash, {"alpha", "beta", "gamma", "delta", "epsilon", "zeta"}},
+      // A "#" inside a word ends the word; the rest of the line is a comment.
+      {"name#tail of line\nnext", Tokenizer::Comments::kHash, {"name", "next"}},
+      // Bytes above 127 (and NUL) are word characters, whatever isspace says elsewhere.
+      {std::string("a\xA0" "b \x85x \0z", 9), Tokenizer::Comments::kHash,
+       {"a\xA0" "b", "\x85x", std::string("\0z", 2)}},
+      {"word # no line feed after this", Tokenizer::Comments::kHash, {"word"}},
+      {" \n\t ", Tokenizer::Comments::kHash, {}},
+      // Without comments "#" is an ordinary character.
+      {"a#b c", Tokenizer::Comments::kNone, {"a#b", "c"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    Tokenizer t(c.text, c.comments);
+    EXPECT_EQ(AllWords(t), c.words);
     EXPECT_TRUE(t.AtEnd());
-  }
-  {  // A "#" inside a word ends the word; the rest of the line is a comment.
-    Tokenizer t("name#tail of line\nnext");
-    EXPECT_EQ(t.ReadWord(), "name");
-    EXPECT_EQ(t.ReadWord(), "next");
-  }
-  {  // Bytes above 127 (and NUL) are word characters, whatever isspace says elsewhere.
-    const std::string text = std::string("a\xA0") + "b \x85x " + std::string(1, '\0') + "z";
-    Tokenizer t(text);
-    EXPECT_EQ(t.ReadWord(), "a\xA0" "b");
-    EXPECT_EQ(t.ReadWord(), "\x85x");
-    EXPECT_EQ(t.ReadWord(), std::string(1, '\0') + "z");
-  }
-  {  // A comment that runs to the end of the data, and data of blanks only.
-    Tokenizer t("word # no line feed after this");
-    EXPECT_EQ(t.ReadWord(), "word");
     EXPECT_FALSE(t.HasMoreTokens());
-    Tokenizer blanks(" \n\t ");
-    EXPECT_EQ(blanks.ReadWord(), "");
-  }
-  {  // Without comments "#" is an ordinary character.
-    Tokenizer t("a#b c", Tokenizer::Comments::kNone);
-    EXPECT_EQ(t.ReadWord(), "a#b");
-    EXPECT_EQ(t.ReadWord(), "c");
   }
 }
 
@@ -83,97 +68,82 @@ TEST(Tokenizer, DelimitersAndCharacters) {
 }
 
 TEST(Tokenizer, Numbers) {
-  {  // Well-formed numbers, read as the C conversions read them.
-    Tokenizer t("12 -7 +3 1.5 -.5 +.25 1e3 5. 2.5E-2 1e-400 -0");
-    int64_t i = 0;
-    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kOk);
-    EXPECT_EQ(i, 12);
-    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kOk);
-    EXPECT_EQ(i, -7);
-    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kOk);
-    EXPECT_EQ(i, 3);
-    double d = 0;
-    for (double expected : {1.5, -0.5, 0.25, 1000.0, 5.0, 0.025, 0.0, 0.0}) {
-      EXPECT_EQ(t.ReadNumber(d), TokenStatus::kOk) << expected;
-      EXPECT_EQ(d, expected);
-    }
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kEndOfData);
-  }
-  {  // A number followed by other characters: the leading number, the whole token consumed.
-    Tokenizer t("1.0} next 12.7 3abc");
-    double d = 0;
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kTrailingCharacters);
-    EXPECT_EQ(d, 1.0);
-    EXPECT_EQ(t.ReadWord(), "next");
-    int32_t i = 0;
-    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kTrailingCharacters);
-    EXPECT_EQ(i, 12);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kTrailingCharacters);
-    EXPECT_EQ(d, 3.0);
-  }
-  {  // Not a number at all: 0, token consumed. "1,5" stops at the comma in every locale.
-    Tokenizer t("abc +-1 , 1,5");
+  using S = TokenStatus;
+  // One token each: the status, the value it leaves, and the whole token consumed.
+  const struct {
+    const char* text;
+    TokenStatus status;
+    double value;
+  } reals[] = {
+      {"1.5", S::kOk, 1.5},     {"-.5", S::kOk, -0.5},   {"+.25", S::kOk, 0.25},
+      {"1e3", S::kOk, 1000.0},  {"5.", S::kOk, 5.0},     {"2.5E-2", S::kOk, 0.025},
+      {"1e-400", S::kOk, 0.0},  {"-0", S::kOk, 0.0},     {"1.0}", S::kTrailingCharacters, 1.0},
+      {"3abc", S::kTrailingCharacters, 3.0},  // "1,5" stops at the comma in every locale
+      {"1,5", S::kTrailingCharacters, 1.0},   {"abc", S::kNotANumber, 0.0},
+      {"+-1", S::kNotANumber, 0.0},           {",", S::kNotANumber, 0.0},
+      {"nan", S::kNotFinite, 0.0},            {"inf", S::kNotFinite, 0.0},
+      {"-infinity", S::kNotFinite, 0.0},      {"1e400", S::kOutOfRange, 0.0},
+      {"-1e999", S::kOutOfRange, 0.0},        {" \n# nothing", S::kEndOfData, 0.0}};
+  for (const auto& c : reals) {
+    SCOPED_TRACE(c.text);
+    Tokenizer t(c.text);
     double d = 7;
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotANumber);
-    EXPECT_EQ(d, 0.0);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotANumber);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotANumber);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kTrailingCharacters);
-    EXPECT_EQ(d, 1.0);
+    EXPECT_EQ(t.ReadNumber(d), c.status);
+    EXPECT_EQ(d, c.value);
+    EXPECT_TRUE(t.AtEnd());
   }
-  {  // Non-finite and out-of-range values are refused with 0.
-    Tokenizer t("nan inf -infinity 1e400 -1e999 99999999999999999999 3000000000 -2147483648");
-    double d = 7;
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotFinite);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotFinite);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kNotFinite);
-    EXPECT_EQ(d, 0.0);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kOutOfRange);
-    EXPECT_EQ(t.ReadNumber(d), TokenStatus::kOutOfRange);
+  const struct {
+    const char* text;
+    TokenStatus wide_status, narrow_status;
+    int64_t value;
+  } integers[] = {{"12", S::kOk, S::kOk, 12},
+                  {"-7", S::kOk, S::kOk, -7},
+                  {"+3", S::kOk, S::kOk, 3},
+                  {"12.7", S::kTrailingCharacters, S::kTrailingCharacters, 12},
+                  {"-2147483648", S::kOk, S::kOk, INT32_MIN},
+                  {"3000000000", S::kOk, S::kOutOfRange, 3000000000},
+                  {"99999999999999999999", S::kOutOfRange, S::kOutOfRange, 0}};
+  for (const auto& c : integers) {
+    SCOPED_TRACE(c.text);
+    Tokenizer wide_tokens(c.text), narrow_tokens(c.text);
     int64_t wide = 7;
-    EXPECT_EQ(t.ReadInteger(wide), TokenStatus::kOutOfRange);
-    EXPECT_EQ(wide, 0);
     int32_t narrow = 7;
-    EXPECT_EQ(t.ReadInteger(narrow), TokenStatus::kOutOfRange);
-    EXPECT_EQ(narrow, 0);
-    EXPECT_EQ(t.ReadInteger(narrow), TokenStatus::kOk);
-    EXPECT_EQ(narrow, INT32_MIN);
+    EXPECT_EQ(wide_tokens.ReadInteger(wide), c.wide_status);
+    EXPECT_EQ(wide, c.wide_status == S::kOutOfRange ? 0 : c.value);
+    EXPECT_EQ(narrow_tokens.ReadInteger(narrow), c.narrow_status);
+    EXPECT_EQ(narrow, c.narrow_status == S::kOutOfRange ? 0 : c.value);
+    EXPECT_TRUE(wide_tokens.AtEnd() && narrow_tokens.AtEnd());
   }
   {  // Vectors stop at the first bad component.
     Tokenizer t("1 2 3  4 x 6");
     KRX::MATH::CVector3 v;
-    EXPECT_EQ(t.ReadVector(v), TokenStatus::kOk);
+    EXPECT_EQ(t.ReadVector(v), S::kOk);
     EXPECT_EQ(v, KRX::MATH::CVector3(1, 2, 3));
-    EXPECT_EQ(t.ReadVector(v), TokenStatus::kNotANumber);
+    EXPECT_EQ(t.ReadVector(v), S::kNotANumber);
     EXPECT_EQ(v, KRX::MATH::CVector3(4, 0, 0));
     EXPECT_EQ(t.LastToken(), "x");
   }
 }
 
 TEST(Tokenizer, NeverReadsPastTheEnd) {
-  // Each text ends in the middle of a token with no terminator after it.
-  for (const char* text : {"1.5", "-", "+", "1e", "12345678901234567890", "word", "#", "a#"}) {
-    ExactBuffer buffer(text);
-    {
-      Tokenizer t(buffer.View());
-      double d = 0;
-      (void)t.ReadNumber(d);
-      EXPECT_EQ(t.ReadNumber(d), TokenStatus::kEndOfData) << text;
-      EXPECT_TRUE(t.AtEnd()) << text;
-    }
-    {
-      Tokenizer t(buffer.View());
-      int64_t i = 0;
-      (void)t.ReadInteger(i);
-      EXPECT_EQ(t.ReadChar(), std::nullopt) << text;
-      EXPECT_EQ(t.ReadWord(), "") << text;
-    }
+  // Each text sits in a heap block of exactly its size and ends in the middle of a token:
+  // a read past the end is caught by the address sanitizer.
+  for (const std::string text :
+       {"1.5", "-", "+", "1e", "12345678901234567890", "word", "#", "a#"}) {
+    SCOPED_TRACE(text);
+    std::unique_ptr<char[]> bytes(new char[text.size()]);
+    std::memcpy(bytes.get(), text.data(), text.size());
+    const std::string_view exact(bytes.get(), text.size());
+    Tokenizer numbers(exact), integers(exact);
+    double d = 0;
+    (void)numbers.ReadNumber(d);
+    EXPECT_EQ(numbers.ReadNumber(d), TokenStatus::kEndOfData);
+    EXPECT_TRUE(numbers.AtEnd());
+    int64_t i = 0;
+    (void)integers.ReadInteger(i);
+    EXPECT_EQ(integers.ReadChar(), std::nullopt);
+    EXPECT_EQ(integers.ReadWord(), "");
   }
-  ExactBuffer number("0.125");
-  Tokenizer t(number.View());
-  double d = 0;
-  EXPECT_EQ(t.ReadNumber(d), TokenStatus::kOk);
-  EXPECT_EQ(d, 0.125);
 }
 
 TEST(Tokenizer, UnreadAndLines) {

@@ -47,6 +47,17 @@ class AppFixture : public ::testing::Test {
     EXPECT_EQ(Application().ExecuteCommand(name, args, result), expected) << name.GetAsciiString();
     return result;
   }
+
+  // The model "Hero" below the scene root, holding "hips", which holds "hand".
+  void AddHero() {
+    hero_ = Model(Application().GetActiveSceneRoot().AddModel(L"Hero"));
+    hips_ = hero_.AddNull(L"hips");
+    hand_ = hips_.AddNull(L"hand");
+    ASSERT_TRUE(hand_.IsValid());
+  }
+
+  Model hero_;
+  X3DObject hips_, hand_;
 };
 
 }  // namespace KRX::rt

@@ -27,10 +27,9 @@ class ExportTransformsTest : public SceneFileFixture {
     X3DObject b = a.AddNull(L"b");
     ASSERT_TRUE(Succeeded(b.GetKinematics().GetLocal().PutParameterValue(L"posx", 2.0)));
     X3DObject c = rig.AddNull(L"c");
-    FCurveKeyData k1, k2;
-    k1.time = 1.0, k1.value = 0.0, k1.interpolation = Interpolation::Linear;
-    k2.time = 3.0, k2.value = 4.0, k2.interpolation = Interpolation::Linear;
-    ASSERT_TRUE(c.GetKinematics().GetLocal().GetParameter(L"posy").AddFCurve({k1, k2}).IsValid());
+    ASSERT_TRUE(c.GetKinematics().GetLocal().GetParameter(L"posy").AddFCurve(
+        {{.time = 1, .value = 0, .interpolation = Interpolation::Linear},
+         {.time = 3, .value = 4, .interpolation = Interpolation::Linear}}).IsValid());
     ASSERT_TRUE(Succeeded(Application().PutCurrentFrame(7.0)));
   }
 

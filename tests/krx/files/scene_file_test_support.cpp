@@ -122,13 +122,13 @@ void BuildReferenceScene() {
   ASSERT_TRUE(Succeeded(hip_local.PutParameterValue(L"rotorder", 3)));
   ASSERT_TRUE(Succeeded(hip_local.PutParameterValue(L"nposy", 0.5)));
   ASSERT_TRUE(Succeeded(hip_local.PutParameterValue(L"rotx", 30.0)));
-  FCurveKeyData k1, k2, k3;
-  k1.time = 1.0, k1.value = 0.0, k1.interpolation = Interpolation::Bezier;
-  k1.right_dx = 1.0, k1.right_dy = 0.75;
-  k2.time = 4.0, k2.value = 3.0, k2.interpolation = Interpolation::Linear;
-  k2.left_dx = -0.5, k2.left_dy = -0.1;
-  k3.time = 10.0, k3.value = -1.25, k3.interpolation = Interpolation::Constant;
-  ASSERT_TRUE(hip_local.GetParameter(L"posx").AddFCurve({k1, k2, k3}).IsValid());
+  using I = Interpolation;
+  ASSERT_TRUE(hip_local.GetParameter(L"posx")
+                  .AddFCurve({{.time = 1, .value = 0, .right_dx = 1, .right_dy = 0.75},
+                              {.time = 4, .value = 3, .left_dx = -0.5, .left_dy = -0.1,
+                               .interpolation = I::Linear},
+                              {.time = 10, .value = -1.25, .interpolation = I::Constant}})
+                  .IsValid());
 
   X3DObject knee = hip.AddNull(L"knee");
   const CString rotx = hip_local.GetParameter(L"rotx").GetFullName();

@@ -19,29 +19,12 @@ TEST_F(PluginCommandTest, ArgumentsArriveInDeclaredOrderWithDefaults) {
     EXPECT_EQ(ExecutePluginCommand(L"Echo Args", args, result), CStatus::OK);
     return result.GetArray();
   };
-  {  // Nothing given: every default.
-    CValueArray got = run({});
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_TRUE(got[0].IsEmpty());
-    EXPECT_EQ(got[1].GetType(), ValueType::Int);
-    EXPECT_EQ(got[1].GetInt(), 7);
-    EXPECT_EQ(got[2].GetString(), CString("three"));
-  }
-  {  // Leading arguments given, trailing ones defaulted.
-    CValueArray got = run({CValue("a")});
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0].GetString(), CString("a"));
-    EXPECT_EQ(got[1].GetInt(), 7);
-    EXPECT_EQ(got[2].GetString(), CString("three"));
-  }
-  {  // An empty value in the middle stands for an argument left out.
-    CValueArray got = run({CValue(1.5), CValue(), CValue(false)});
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_DOUBLE_EQ(got[0].GetDouble(), 1.5);
-    EXPECT_EQ(got[1].GetInt(), 7);
-    EXPECT_EQ(got[2].GetType(), ValueType::Bool);
-    EXPECT_FALSE(got[2].GetBool());
-  }
+  // Nothing given: every default; leading arguments given, trailing ones defaulted; an empty
+  // value in the middle stands for an argument left out.
+  EXPECT_EQ(run({}), (CValueArray{CValue(), CValue(7), CValue("three")}));
+  EXPECT_EQ(run({CValue("a")}), (CValueArray{CValue("a"), CValue(7), CValue("three")}));
+  EXPECT_EQ(run({CValue(1.5), CValue(), CValue(false)}),
+            (CValueArray{CValue(1.5), CValue(7), CValue(false)}));
   {  // More arguments than declared: refused before _Execute runs.
     ClearLog();
     CValue result = 1;

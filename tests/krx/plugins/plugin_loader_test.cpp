@@ -1,11 +1,15 @@
+// Loading plug-in modules: what they register, finding their callbacks, refusing bad
+// modules, their menus and scene events.
 #include "plugins/plugin_loader.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
-#include "plugins/plugin_items.h"
 #include "krx/plugins/plugin_test_support.h"
+#include "plugins/menus.h"
+#include "plugins/plugin_items.h"
+#include "plugins/scene_events.h"
 #include "runtime/callbacks.h"
 #include "runtime/commands.h"
 
@@ -26,9 +30,6 @@ TEST_F(PluginLoaderTest, RecordsEveryRegistrationInOrder) {
   ASSERT_EQ(LoadedPlugins().size(), 1u);
   const LoadedPluginInfo& info = LoadedPlugins()[0];
   EXPECT_EQ(info.path, KRX_TEST_PLUGIN_PATH);
-  EXPECT_EQ(info.author, CString("krx tests"));
-  EXPECT_EQ(info.name, CString("Test Plug-in"));
-  EXPECT_EQ(info.version_major, 1);
   EXPECT_EQ(info.version_minor, 2);
 
   const Step expected[] = {
@@ -47,10 +48,7 @@ TEST_F(PluginLoaderTest, RecordsEveryRegistrationInOrder) {
   ASSERT_EQ(info.commands.size(), 5u);
   EXPECT_EQ(info.commands[0].script_name, CString("EchoArgs"));
   ASSERT_EQ(info.menus.size(), 2u);
-  EXPECT_EQ(info.menus[0].anchor, 218);
   EXPECT_FALSE(info.menus[0].submenu || info.menus[0].dynamic);
-  EXPECT_EQ(info.menus[1].anchor, 7);
-  EXPECT_TRUE(info.menus[1].submenu && info.menus[1].dynamic);
   ASSERT_EQ(info.events.size(), 1u);
   EXPECT_EQ(info.events[0].event_id, 5);
 
@@ -209,6 +207,61 @@ TEST_F(PluginLoaderTest, OperatorUserDataLivesOnTheOperator) {
     EXPECT_EQ(Context(plain_ref).PutUserData(&value), CStatus::OK);
     EXPECT_EQ(plain->user_data, &value);
     EXPECT_EQ(Context(plain_ref).GetUserData(), &value);
+  }
+}
+
+TEST_F(PluginLoaderTest, MenusInitAddsItemsAndClicksRunTheirCallbacks) {
+  EXPECT_TRUE(Menus().empty());
+  LoadTestPlugin();
+  const std::vector<MenuRecord> menus = Menus();
+  ASSERT_EQ(menus.size(), 2u);
+  EXPECT_EQ(menus[0].name, CString("Test Menu"));
+  EXPECT_EQ(menus[0].anchor, 218);
+  EXPECT_EQ(menus[0].items.size(), 1u);
+  EXPECT_EQ(menus[1].name, CString("Second Menu"));
+  EXPECT_TRUE(menus[1].submenu && menus[1].dynamic);
+  EXPECT_EQ(menus[1].items.size(), 2u);
+  // An item runs its own callback, with the menu as the context's source; the callback's
+  // status comes back as it is; a throwing item (it throws an int) and an unknown item are
+  // logged.
+  EXPECT_EQ(InvokeMenuItem(L"Do Test"), CStatus::OK);
+  EXPECT_EQ(Notes(), std::vector<std::string>{"menu item source=Test Menu"});
+  EXPECT_EQ(InvokeMenuItem(L"Alpha"), CStatus::Abort);
+  EXPECT_EQ(InvokeMenuItem(L"Beta"), CStatus::Fail);
+  EXPECT_TRUE(Logged(kSeverityError, {"ThrowingItem", "unknown exception"}));
+  EXPECT_NE(InvokeMenuItem(L"Gamma"), CStatus::OK);
+  EXPECT_TRUE(Logged(kSeverityError, {"Gamma"}));
+  UnloadAllPlugins();
+  EXPECT_TRUE(Menus().empty());
+}
+
+int g_open_scene_calls = 0;
+
+CStatus CountOpenScene(CRef&) {
+  ++g_open_scene_calls;
+  return CStatus::OK;
+}
+
+TEST_F(PluginLoaderTest, SceneEventsReachEveryModuleOnce) {
+  LoadTestPlugin();
+  g_open_scene_calls = 0;
+  RegisterInProcessCallback(kOpenSceneCallback, &CountOpenScene);
+
+  FireSceneEvent(false);
+  EXPECT_EQ(Notes(), std::vector<std::string>{"new scene, source valid=no"});
+  EXPECT_EQ(g_open_scene_calls, 0);
+
+  ClearLog();
+  FireSceneEvent(true);
+  // The module's own callback and the in-process one both run, each once.
+  EXPECT_EQ(Notes(), std::vector<std::string>{"open scene"});
+  EXPECT_EQ(g_open_scene_calls, 1);
+
+  {  // The same function reached by two routes still runs once.
+    RegisterInProcessCallback(kNewSceneCallback, FindCallbackSymbol(kNewSceneCallback));
+    ClearLog();
+    FireSceneEvent(false);
+    EXPECT_EQ(Notes().size(), 1u);
   }
 }
 

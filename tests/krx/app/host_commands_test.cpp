@@ -1,22 +1,22 @@
-// DeleteObj, SelectObj, DeselectAll, EnumElements and RemoveAllAnimation on real scenes.
+// The host's commands on real scenes: DeleteObj, SelectObj, DeselectAll, EnumElements,
+// RemoveAllAnimation; GetValue, SetValue, AddExpr, SetExpr; PickObject, InspectObj, FrameAll
+// and ShowFileForEdit.
 #include <gtest/gtest.h>
 
 #include "krx/app/app_test_support.h"
+#include "plugins/pages.h"
 #include "plugins/plugin_loader.h"
 
 namespace KRX::rt {
 namespace {
 
-class SceneCommandTest : public AppFixture {
+class HostCommandTest : public AppFixture {
  protected:
   void SetUp() override {
     UnloadAllPlugins();
     AppFixture::SetUp();
     root_ = Application().GetActiveSceneRoot();
-    hero_ = Model(root_.AddModel(L"Hero"));
-    hips_ = hero_.AddNull(L"hips");
-    hand_ = hips_.AddNull(L"hand");
-    ASSERT_TRUE(hand_.IsValid());
+    AddHero();
   }
   void TearDown() override {
     AppFixture::TearDown();
@@ -41,12 +41,9 @@ class SceneCommandTest : public AppFixture {
   }
 
   Model root_;
-  Model hero_;
-  X3DObject hips_;
-  X3DObject hand_;
 };
 
-TEST_F(SceneCommandTest, DeleteObjRemovesItemsAndInvalidatesTheirHandles) {
+TEST_F(HostCommandTest, DeleteObjRemovesItemsAndInvalidatesTheirHandles) {
   CustomProperty settings = hero_.AddCustomProperty(L"Settings");
   Parameter speed =
       settings.AddParameter(L"speed", ValueType::Double, kCapAnimatable, L"", L"", 1.0);
@@ -80,7 +77,7 @@ TEST_F(SceneCommandTest, DeleteObjRemovesItemsAndInvalidatesTheirHandles) {
   }
 }
 
-TEST_F(SceneCommandTest, SelectObjAddsInOrderAndMarksBranches) {
+TEST_F(HostCommandTest, SelectObjAddsInOrderAndMarksBranches) {
   Run(L"SelectObj", {L"Hero", L"BRANCH"});
   Run(L"SelectObj", {CValue(hand_.GetRef())});
   Run(L"SelectObj", {L"Hero", CValue(), true});  // already selected: not twice
@@ -102,7 +99,7 @@ TEST_F(SceneCommandTest, SelectObjAddsInOrderAndMarksBranches) {
   }
 }
 
-TEST_F(SceneCommandTest, EnumElementsListsWhatAnItemHolds) {
+TEST_F(HostCommandTest, EnumElementsListsWhatAnItemHolds) {
   CustomProperty settings = hero_.AddCustomProperty(L"Settings");
   settings.AddParameter(L"speed", ValueType::Double, 0, L"", L"", 1.0);
   settings.AddParameter(L"mode", ValueType::Int, 0, L"", L"", 0);
@@ -122,7 +119,7 @@ TEST_F(SceneCommandTest, EnumElementsListsWhatAnItemHolds) {
   }
 }
 
-TEST_F(SceneCommandTest, EnumElementsOnAKinematicStateListsTheOperatorsWritingIt) {
+TEST_F(HostCommandTest, EnumElementsOnAKinematicStateListsTheOperatorsWritingIt) {
   std::string error;
   ASSERT_TRUE(LoadPlugin(KRX_TEST_PLUGIN_PATH, &error)) << error;
   const KinematicState hips_global = hips_.GetKinematics().GetGlobal();
@@ -149,7 +146,7 @@ TEST_F(SceneCommandTest, EnumElementsOnAKinematicStateListsTheOperatorsWritingIt
   EXPECT_TRUE(Run(L"EnumElements", {hand_global.GetFullName()}).GetArray().empty());
 }
 
-TEST_F(SceneCommandTest, RemoveAllAnimationClearsTheSelectionsParameters) {
+TEST_F(HostCommandTest, RemoveAllAnimationClearsTheSelectionsParameters) {
   Application().PutCurrentFrame(5);
   const KinematicState hips_local = hips_.GetKinematics().GetLocal();
   const KinematicState hand_local = hand_.GetKinematics().GetLocal();
@@ -184,6 +181,133 @@ TEST_F(SceneCommandTest, RemoveAllAnimationClearsTheSelectionsParameters) {
     Run(L"RemoveAllAnimation", {L"Hero.hips"});
     EXPECT_EQ(hips_local.GetParameter(L"posz").GetSourceKind(), AnimationSource::None);
   }
+}
+
+TEST_F(HostCommandTest, CommandLogPreferenceRoundTrips) {
+  const CString name(kCommandLogPreference);
+  EXPECT_EQ(Run(L"GetValue", {name}), CValue(true));  // on by default
+  Run(L"SetValue", {name, false});
+  EXPECT_EQ(Run(L"GetValue", {name}), CValue(false));
+  Run(L"SetValue", {L"Preferences.Scripting.CmdLog", 1});  // names ignore case
+  EXPECT_EQ(Run(L"GetValue", {name}), CValue(true));
+  {  // other preferences exist once set
+    Run(L"GetValue", {L"preferences.other.thing"}, CStatus::Fail);
+    Run(L"SetValue", {L"preferences.other.thing", L"abc"});
+    EXPECT_EQ(Run(L"GetValue", {L"preferences.other.thing"}), CValue("abc"));
+  }
+}
+
+TEST_F(HostCommandTest, ParametersAreReadAndWrittenByFullName) {
+  const CString posx = hips_.GetKinematics().GetLocal().GetFullName() + L".posx";
+  Run(L"SetValue", {posx, 2.5});
+  EXPECT_DOUBLE_EQ(hips_.GetKinematics().GetLocal().GetParameterValue(L"posx").GetDouble(), 2.5);
+  EXPECT_DOUBLE_EQ(Run(L"GetValue", {posx}).GetDouble(), 2.5);
+  // The hand follows its parent: its global x is the hips' local x.
+  EXPECT_DOUBLE_EQ(hand_.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.5);
+  {  // a reference to the parameter works as well
+    const Parameter p = hips_.GetKinematics().GetLocal().GetParameter(L"posy");
+    Run(L"SetValue", {CValue(p.GetRef()), -1.0});
+    EXPECT_DOUBLE_EQ(Run(L"GetValue", {CValue(p.GetRef())}).GetDouble(), -1.0);
+  }
+  {  // something that is not a parameter, and nothing at all
+    Run(L"GetValue", {L"Hero.hips"}, CStatus::Fail);
+    EXPECT_TRUE(Logged(kSeverityError, "GetValue: 'Hero.hips' is not a parameter"));
+    Run(L"SetValue", {L"Nobody.kine.local.posx", 1.0}, CStatus::Fail);
+    EXPECT_TRUE(Logged(kSeverityError, "SetValue: nothing is named 'Nobody.kine.local.posx'"));
+  }
+}
+
+TEST_F(HostCommandTest, ValuesWithoutAParameterAreKeptOnTheItem) {
+  X3DObject curve = hero_.AddLinearCurve({{0, 0, 0}, {1, 0, 0}}, L"line");
+  const CString selectability = curve.GetFullName() + L".visibility.selectability";
+  Run(L"SetValue", {selectability, false});
+  EXPECT_EQ(Run(L"GetValue", {selectability}).GetBool(), false);
+  Run(L"SetValue", {L"Hero.hips.display.lod", 3});
+  EXPECT_EQ(Run(L"GetValue", {L"Hero.hips.display.lod"}), CValue(3));
+  {  // an item's values go with it
+    Run(L"DeleteObj", {L"Hero.hips"});
+    Run(L"GetValue", {L"Hero.hips.display.lod"}, CStatus::Fail);
+  }
+  {  // an object of the same name later does not inherit them
+    hero_.AddNull(L"hips");
+    Run(L"GetValue", {L"Hero.hips.display.lod"}, CStatus::Fail);
+  }
+}
+
+TEST_F(HostCommandTest, ExpressionsDriveAndReleaseParameters) {
+  KinematicState hips_local = hips_.GetKinematics().GetLocal();
+  const KinematicState hand_local = hand_.GetKinematics().GetLocal();
+  const CString hand_posy = hand_local.GetFullName() + L".posy";
+  Run(L"AddExpr", {hand_posy, hips_local.GetFullName() + L".posx * 2 + 1", true});
+  hips_local.PutParameterValue(L"posx", 3.0);
+  EXPECT_DOUBLE_EQ(Run(L"GetValue", {hand_posy}).GetDouble(), 7.0);
+  {  // SetExpr replaces the expression
+    Run(L"SetExpr", {hand_posy, hips_local.GetFullName() + L".posx"});
+    EXPECT_DOUBLE_EQ(Run(L"GetValue", {hand_posy}).GetDouble(), 3.0);
+  }
+  {  // SetExpr without an expression removes it; the value stays
+    Run(L"SetExpr", {hand_posy});
+    EXPECT_EQ(hand_local.GetParameter(L"posy").GetSourceKind(), AnimationSource::None);
+    hips_local.PutParameterValue(L"posx", 10.0);
+    EXPECT_DOUBLE_EQ(Run(L"GetValue", {hand_posy}).GetDouble(), 3.0);
+    Run(L"SetExpr", {hand_posy});  // nothing to remove: fine
+  }
+  {  // no expression, no parameter
+    Run(L"AddExpr", {hand_posy, L""}, CStatus::InvalidArgument);
+    Run(L"AddExpr", {L"Hero.hips", L"Hero.hand.kine.local.posx"}, CStatus::Fail);
+  }
+}
+
+TEST_F(HostCommandTest, PickObjectGivesTheButtonAndThePickedItem) {
+  QueueAnswers({{AnswerKind::Pick, 1, CString("Hero.hand")},
+                {AnswerKind::Pick, 2, CString("Hero")},
+                {AnswerKind::Cancel, 0, CString()},
+                {AnswerKind::Pick, 1, CString("Nobody")}});
+  auto pick = [] {
+    return Run(L"PickObject", {L"Select Control Node", L"Select Extraction Node"}).GetArray();
+  };
+  // Picked with the first and with the second button; then cancelled, a name that is
+  // nowhere, and nothing queued: button 0, nothing picked.
+  const std::pair<int, CRef> expected[] = {
+      {1, hand_.GetRef()}, {2, hero_.GetRef()}, {0, CRef()}, {0, CRef()}, {0, CRef()}};
+  for (const auto& [button, picked] : expected) {
+    const CValueArray result = pick();
+    ASSERT_EQ(result.size(), 3u);
+    EXPECT_EQ(result[0], CValue(button));
+    EXPECT_TRUE(button == 0 ? result[2].IsEmpty() : result[2].GetRef() == picked) << button;
+  }
+  EXPECT_TRUE(Logged(kSeverityError, "nothing is named 'Nobody'"));
+  ASSERT_EQ(Picks().size(), 5u);
+  EXPECT_EQ(Picks()[0].first_prompt, CString("Select Control Node"));
+  EXPECT_EQ(Picks()[0].second_prompt, CString("Select Extraction Node"));
+  EXPECT_EQ(Picks()[0].picked, CString("Hero.hand"));
+}
+
+TEST_F(HostCommandTest, InspectObjReportsWhetherAModalPageWasConfirmed) {
+  const CustomProperty settings = hero_.AddCustomProperty(L"Settings");
+  const CString name = settings.GetFullName();
+  QueueAnswers({{AnswerKind::Ok, 0, CString()}, {AnswerKind::Cancel, 0, CString()}});
+  EXPECT_EQ(Run(L"InspectObj", {name, L"", L"Plot", 4, false}), CValue(true));
+  EXPECT_EQ(Run(L"InspectObj", {name, L"", L"Plot", 4, false}), CValue(false));
+  EXPECT_EQ(Run(L"InspectObj", {name}), CValue(false));  // modal, nobody answers
+  EXPECT_FALSE(IsPageOpen(settings.GetRef()));
+  {  // another mode opens the page and leaves it open
+    EXPECT_EQ(Run(L"InspectObj", {name, L"", L"Tool", 3, false}), CValue(true));
+    EXPECT_TRUE(IsPageOpen(settings.GetRef()));
+    ClosePage(settings.GetRef());
+  }
+  Run(L"InspectObj", {L"Hero.Nothing"}, CStatus::Fail);
+}
+
+TEST_F(HostCommandTest, FramingAndEditingFilesAreRecorded) {
+  Run(L"FrameAll", {});
+  Run(L"FrameAll", {0});
+  Run(L"ShowFileForEdit", {L"/data/Structures/human.structure"});
+  Run(L"ShowFileForEdit", {}, CStatus::InvalidArgument);
+  EXPECT_EQ(FilesShownForEdit(), (std::vector<CString>{L"/data/Structures/human.structure"}));
+  EXPECT_EQ(InteractionNotes(),
+            (std::vector<std::string>{"frame all", "frame all 0",
+                                      "edit file /data/Structures/human.structure"}));
 }
 
 }  // namespace
