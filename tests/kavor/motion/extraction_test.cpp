@@ -1,13 +1,17 @@
-// Binding a source to a target and carrying one frame over, on the small legged test rig
-// driven by a motion held in memory (so every source value is known exactly).
+// Binding a source to a target and carrying frames over, on the small legged test rig
+// driven by a motion or a capture skeleton held in memory (so every source value is known
+// exactly).
 #include "kavor/motion/extraction.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 
+#include "kavor/maps/mocap_skeleton.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/maps/rig_test_support.h"
+#include "kavor/motion/apply_motion.h"
 #include "kavor/motion/normalize.h"
 #include "runtime/log.h"
 
@@ -195,6 +199,59 @@ TEST_F(ExtractionTest, SolveLimbsReachesTheFootWithTheBonesLengthsKept) {
   to_foot.NormalizeInPlace();
   ExpectNear(aim, to_foot, 1e-9);
   EXPECT_NEAR((position(ankle) - position(knee)).GetLength(), lower, 1e-9);
+}
+
+// A capture skeleton of the rig's own layout drives it through the capture flow: one
+// motion frame per sample, starting at scene frame 1, the hips following the capture's.
+TEST_F(ExtractionTest, ACaptureSkeletonDrivesTheRig) {
+  struct JointSpec {
+    const char* name;
+    int32_t parent;
+    CVector3 offset;
+  };
+  const JointSpec specs[] = {{"Hips", -1, {0, 10, 0}},   {"lHip", 0, {1, -0.5, 0}}, {"lKnee", 1, {0, -3.5, 0}},
+                             {"lAnkle", 2, {0, -4, 0}}, {"lToes", 3, {0, 0, 1}},    {"Spine", 0, {0, 2, 0}},
+                             {"Chest", 5, {0, 2, 0}}};
+  constexpr int kSamples = 3;
+  MocapSkeleton skeleton;
+  for (const JointSpec& spec : specs) {
+    MocapJoint& joint = skeleton.joints.emplace_back();
+    joint.name = spec.name;
+    joint.parent = spec.parent;
+    joint.tagged = true;
+    joint.node_name = spec.name;
+    const StructureNode& node = target_structure->nodes[static_cast<size_t>(Index(spec.name))];
+    joint.align = node.align;
+    joint.roll = node.roll;
+    for (int f = 0; f < kSamples; ++f) {
+      joint.translations.push_back(spec.parent < 0 ? spec.offset + CVector3(f, 0, 0) : spec.offset);
+      joint.rotations.emplace_back(1, 0, 0, 0);
+    }
+  }
+  skeleton.frame_count = kSamples;
+  PoseSkeleton(skeleton, 0);
+  ModelStructure capture_structure = *target_structure;
+  RetargetModel capture(&skeleton, &capture_structure);
+  ComputeRestData(capture);
+  EXPECT_NEAR(capture.leg_length, target->leg_length, 1e-9);
+
+  std::optional<NormalizedMotion> kept;
+  int32_t inserted_at = -1;
+  const MotionHandOver keep = [&](GlueMap&, NormalizedMotion& motion, int32_t insertion) {
+    kept = motion;
+    inserted_at = insertion;
+    return true;
+  };
+  ASSERT_TRUE(ApplyMocapMotion(*target, capture, glue, keep));
+  ASSERT_TRUE(kept);
+  EXPECT_EQ(kept->frame_count, kSamples);
+  EXPECT_EQ(inserted_at, 1);
+  for (int f = 0; f < kSamples; ++f) {
+    ExpectNear(kept->global_poses[0][static_cast<size_t>(f)].GetTranslation(), CVector3(f, 10, 0));
+  }
+  // A capture without a skeleton is no capture source.
+  RetargetModel empty(&capture_structure);
+  EXPECT_FALSE(ApplyMocapMotion(*target, empty, glue, keep));
 }
 
 TEST_F(ExtractionTest, StructuresOfAnotherKindAreRefused) {
