@@ -4,6 +4,7 @@
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/glue_map.h"
+#include "kavor/maps/limb_bend.h"
 
 namespace kavor {
 
@@ -16,8 +17,6 @@ using KRX::MATH::CVector3;
 // The chain's roll is read with this factor, shorter than a full-precision degree. Stored
 // signs were measured with it, so keep it as it is.
 constexpr double kRollDegreesToRadians = 0.017453293;
-// The end of a limb is pulled this far towards its anchor so that the chain bends.
-constexpr double kBendFraction = 0.99;
 
 // The object of that name anywhere below the model; an empty name names nothing (the
 // host's search would take an empty name for "any object").
@@ -111,21 +110,12 @@ void ResolveSpines(GlueMap& glue, const KRX::Model& model, const ModelStructure&
 int32_t MeasurePlaneSign(const GluePlaneEntry& entry, const KRX::X3DObject& anchor,
                          const KRX::X3DObject& middle, const KRX::X3DObject& end) {
   const CTransformation anchor_global = GlobalOf(anchor);
-  const CVector3 a_pos = anchor_global.GetTranslation();
-  KRX::KinematicState end_state = end.GetKinematics().GetGlobal();
-  const CTransformation end_rest = end_state.GetTransform(kCurrentTime);
-
   // Pull the end in a little so that even a straight limb bends, and see where the
   // middle joint goes.
-  CTransformation pulled = end_rest;
-  const CVector3 pulled_pos = a_pos + (end_rest.GetTranslation() - a_pos) * kBendFraction;
-  pulled.SetTranslation(pulled_pos);
-  end_state.PutTransform(pulled, kCurrentTime);
-  const CVector3 b_pos = GlobalOf(middle).GetTranslation();
-  end_state.PutTransform(end_rest, kCurrentTime);
-
-  const CVector3 a = pulled_pos - a_pos;
-  const CVector3 b = b_pos - a_pos;
+  const BentLimb bent = BendLimb(anchor, middle, end);
+  const CVector3 a_pos = bent.anchor;
+  const CVector3 a = bent.end - a_pos;
+  const CVector3 b = bent.middle - a_pos;
   // In the limb's plane, across the anchor-to-end line, towards the middle joint.
   CVector3 w = a.Cross(b).Cross(a);
   // The chain turns its bend side by its roll, clockwise looking down the anchor-to-end

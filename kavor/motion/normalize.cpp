@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "kavor/host/host.h"
+#include "kavor/maps/limb_bend.h"
 #include "kavor/maps/model_space.h"
 
 namespace kavor {
@@ -43,19 +44,10 @@ void ReplaceUnder(RetargetModel& model, int32_t child, int32_t parent) {
                                                        model.Node(parent).global_pose);
 }
 
-// The normal of the plane through the anchor `a` and the middle `m` objects after pulling
-// the end object `e` 1% of the way towards the anchor (which makes an IK limb bend); the
-// end object is put back.
+// The normal of the limb plane once the end object is pulled in and the limb bends.
 CVector3 BentNormal(const KRX::X3DObject& e, const KRX::X3DObject& m, const KRX::X3DObject& a) {
-  KRX::KinematicState end_state = e.GetKinematics().GetGlobal();
-  const CTransformation rest = end_state.GetTransform(kCurrentTime);
-  const CVector3 anchor = a.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
-  CTransformation pulled = rest;
-  pulled.SetTranslation(anchor + (rest.GetTranslation() - anchor) * 0.99);
-  end_state.PutTransform(pulled, kCurrentTime);
-  const CVector3 middle = m.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
-  end_state.PutTransform(rest, kCurrentTime);
-  return (pulled.GetTranslation() - anchor).Cross(middle - anchor);
+  const BentLimb bent = BendLimb(a, m, e);
+  return (bent.end - bent.anchor).Cross(bent.middle - bent.anchor);
 }
 
 void SolveLimb(RetargetModel& model, int32_t plane_index) {
