@@ -93,4 +93,17 @@ void Finish(NormalizedMotion& motion) {
   FillUpVectors(motion);
 }
 
+double AxisAt(const std::vector<KRX::MATH::CTransformation>& poses, int32_t frame, int axis) {
+  return poses[static_cast<size_t>(frame)].GetTranslation()[axis];
+}
+
+void SetAxisAt(std::vector<KRX::MATH::CTransformation>& poses, int32_t frame, int axis, double value) {
+  KRX::MATH::CTransformation& pose = poses[static_cast<size_t>(frame)];
+  KRX::MATH::CVector3 t = pose.GetTranslation();
+  if (axis == 0) t.PutX(value);
+  if (axis == 1) t.PutY(value);
+  if (axis == 2) t.PutZ(value);
+  pose.SetTranslation(t);
+}
+
 }  // namespace kavor

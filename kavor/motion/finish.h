@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "kavor/motion/normalized_motion.h"
 
@@ -84,6 +85,10 @@ LegLengths FinishLegLengths(const NormalizedMotion& motion);
 // The source node that drives the target node, or -1 when it has none (or an index outside
 // the source). Needs CanFinish.
 int32_t SourceOf(const NormalizedMotion& motion, int32_t target_node);
+
+// One axis (0 x, 1 y, 2 z) of the translation of a frame's pose, read and written.
+double AxisAt(const std::vector<KRX::MATH::CTransformation>& poses, int32_t frame, int axis);
+void SetAxisAt(std::vector<KRX::MATH::CTransformation>& poses, int32_t frame, int axis, double value);
 
 // A foot on the ground: the node has the friction flag and no ik, friction or free node
 // above it. Needs CanFinish.

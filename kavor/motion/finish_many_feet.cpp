@@ -24,22 +24,6 @@ constexpr double kStillPiece = 1e-7;
 constexpr double kShortMove = 0.25;
 constexpr double kMinBoneLength = 0.0001;
 
-CVector3 WithAxis(CVector3 v, int axis, double value) {
-  if (axis == 0) v.PutX(value);
-  if (axis == 1) v.PutY(value);
-  if (axis == 2) v.PutZ(value);
-  return v;
-}
-
-double AxisAt(const std::vector<CTransformation>& poses, int32_t frame, int axis) {
-  return poses[static_cast<size_t>(frame)].GetTranslation()[axis];
-}
-
-void SetAxisAt(std::vector<CTransformation>& poses, int32_t frame, int axis, double value) {
-  CTransformation& pose = poses[static_cast<size_t>(frame)];
-  pose.SetTranslation(WithAxis(pose.GetTranslation(), axis, value));
-}
-
 void AddHeight(std::vector<CTransformation>& poses, double height) {
   for (CTransformation& pose : poses) {
     const CVector3 t = pose.GetTranslation();

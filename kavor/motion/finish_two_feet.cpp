@@ -19,22 +19,6 @@ constexpr double kContactStepShare = 0.005;
 // The most frames over which a limb end blends back onto its own path after a contact.
 constexpr int32_t kBlendFrames = 4;
 
-CVector3 WithAxis(CVector3 v, int axis, double value) {
-  if (axis == 0) v.PutX(value);
-  if (axis == 1) v.PutY(value);
-  if (axis == 2) v.PutZ(value);
-  return v;
-}
-
-double AxisAt(const std::vector<CTransformation>& poses, int32_t frame, int axis) {
-  return poses[static_cast<size_t>(frame)].GetTranslation()[axis];
-}
-
-void SetAxisAt(std::vector<CTransformation>& poses, int32_t frame, int axis, double value) {
-  CTransformation& pose = poses[static_cast<size_t>(frame)];
-  pose.SetTranslation(WithAxis(pose.GetTranslation(), axis, value));
-}
-
 // Positions to per-frame steps in place: frame 0 a zero step, frame f the move from f - 1.
 void ToSteps(std::vector<CVector3>& path) {
   for (size_t f = path.size(); f-- > 1;) path[f] -= path[f - 1];
