@@ -4,7 +4,6 @@
 // its pose and give it to the target, store the frame.
 #include <benchmark/benchmark.h>
 
-#include "app/app_settings.h"
 #include "kavor/motion/extraction.h"
 #include "kavor/motion/normalize.h"
 #include "kavor/motion/normalized_motion.h"
@@ -30,8 +29,7 @@ bool Prepare(Setup& setup, std::string& why) {
     why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
     return false;
   }
-  KRX::rt::ResetScene();
-  KRX::rt::SetInstallationPath(3, (ct::SourceDir() / "data").string());
+  ct::NewSceneWithShippedData();
   const KRX::Model source = ct::ImportCapture(capture, L"Source");
   const KRX::Model target = ct::ImportCapture(capture, L"Target", 1.2);
   for (int extra = static_cast<int>(target.FindChildren().size()); extra < kTargetObjects; ++extra) {

@@ -34,13 +34,19 @@ std::vector<std::vector<CTransformation>> SourcePoses(RetargetModel& source) {
   return poses;
 }
 
+// The angle of the turn from one rotation to the other.
+double AngleBetween(const KRX::MATH::CQuaternion& q, const KRX::MATH::CQuaternion& w) {
+  const double dot =
+      std::fabs(q.GetW() * w.GetW() + q.GetX() * w.GetX() + q.GetY() * w.GetY() + q.GetZ() * w.GetZ());
+  return 2 * std::acos(std::min(1.0, dot));
+}
+
 class CaptureRetargetTest : public ::testing::Test {
  protected:
   void SetUp() override {
     capture = ct::SharedCapture("cmu_02_01.bvh");
     if (capture.empty()) GTEST_SKIP() << "the shared captures are not here";
-    KRX::rt::ResetScene();
-    KRX::rt::SetInstallationPath(3, (ct::SourceDir() / "data").string());
+    ct::NewSceneWithShippedData();
   }
   void TearDown() override { KRX::rt::ResetScene(); }
 
@@ -79,9 +85,7 @@ TEST_F(CaptureRetargetTest, ACopyOfTheRigReproducesItsPoses) {
       const CTransformation& want = source[static_cast<size_t>(i)];
       const auto q = pose.GetRotationQuaternion();
       const auto w = want.GetRotationQuaternion();
-      const double dot = std::fabs(q.GetW() * w.GetW() + q.GetX() * w.GetX() + q.GetY() * w.GetY() +
-                                   q.GetZ() * w.GetZ());
-      worst_angle = std::max(worst_angle, 2 * std::acos(std::min(1.0, dot)));
+      worst_angle = std::max(worst_angle, AngleBetween(q, w));
       worst_offset = std::max(worst_offset, (pose.GetTranslation() - want.GetTranslation()).GetLength());
     }
   });
@@ -96,9 +100,7 @@ TEST_F(CaptureRetargetTest, ALargerCopyKeepsTheRotationsAndScalesTheRootPath) {
       if (target.Node(i).source_index < 0) continue;
       const auto q = target.Node(i).global_pose.GetRotationQuaternion();
       const auto w = source[static_cast<size_t>(i)].GetRotationQuaternion();
-      const double dot = std::fabs(q.GetW() * w.GetW() + q.GetX() * w.GetX() + q.GetY() * w.GetY() +
-                                   q.GetZ() * w.GetZ());
-      worst_angle = std::max(worst_angle, 2 * std::acos(std::min(1.0, dot)));
+      worst_angle = std::max(worst_angle, AngleBetween(q, w));
     }
     const CVector3 root = target.Node(0).global_pose.GetTranslation();
     worst_root = std::max(worst_root, (root - source[0].GetTranslation() * 1.5).GetLength());

@@ -41,6 +41,13 @@ inline fs::path ShippedTemplate(const char* name) {
   return SourceDir() / "data" / "Addons" / "Trevalin" / "Data" / "TagTemplates" / name;
 }
 
+// An empty scene whose data folder (installation path 3) is the project's own, so that the
+// shipped structures and templates are found.
+inline void NewSceneWithShippedData() {
+  KRX::rt::ResetScene();
+  KRX::rt::SetInstallationPath(3, (SourceDir() / "data").string());
+}
+
 inline void ScaleParameter(KRX::KinematicState& local, const wchar_t* name, double scale) {
   KRX::Parameter parameter = local.GetParameter(name);
   KRX::FCurve curve = parameter.GetFCurve();

@@ -204,27 +204,27 @@ TEST_F(ExtractionTest, SolveLimbsReachesTheFootWithTheBonesLengthsKept) {
 // A capture skeleton of the rig's own layout drives it through the capture flow: one
 // motion frame per sample, starting at scene frame 1, the hips following the capture's.
 TEST_F(ExtractionTest, ACaptureSkeletonDrivesTheRig) {
-  struct JointSpec {
+  struct JointLayout {
     const char* name;
     int32_t parent;
     CVector3 offset;
   };
-  const JointSpec specs[] = {{"Hips", -1, {0, 10, 0}},   {"lHip", 0, {1, -0.5, 0}}, {"lKnee", 1, {0, -3.5, 0}},
+  const JointLayout layouts[] = {{"Hips", -1, {0, 10, 0}},   {"lHip", 0, {1, -0.5, 0}}, {"lKnee", 1, {0, -3.5, 0}},
                              {"lAnkle", 2, {0, -4, 0}}, {"lToes", 3, {0, 0, 1}},    {"Spine", 0, {0, 2, 0}},
                              {"Chest", 5, {0, 2, 0}}};
   constexpr int kSamples = 3;
   MocapSkeleton skeleton;
-  for (const JointSpec& spec : specs) {
+  for (const JointLayout& layout : layouts) {
     MocapJoint& joint = skeleton.joints.emplace_back();
-    joint.name = spec.name;
-    joint.parent = spec.parent;
+    joint.name = layout.name;
+    joint.parent = layout.parent;
     joint.tagged = true;
-    joint.node_name = spec.name;
-    const StructureNode& node = target_structure->nodes[static_cast<size_t>(Index(spec.name))];
+    joint.node_name = layout.name;
+    const StructureNode& node = target_structure->nodes[static_cast<size_t>(Index(layout.name))];
     joint.align = node.align;
     joint.roll = node.roll;
     for (int f = 0; f < kSamples; ++f) {
-      joint.translations.push_back(spec.parent < 0 ? spec.offset + CVector3(f, 0, 0) : spec.offset);
+      joint.translations.push_back(layout.parent < 0 ? layout.offset + CVector3(f, 0, 0) : layout.offset);
       joint.rotations.emplace_back(1, 0, 0, 0);
     }
   }

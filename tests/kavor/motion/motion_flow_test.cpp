@@ -28,8 +28,7 @@ class MotionFlowTest : public ::testing::Test {
   void SetUp() override {
     capture = ct::SharedCapture("cmu_02_01.bvh");
     if (capture.empty()) GTEST_SKIP() << "the shared captures are not here";
-    KRX::rt::ResetScene();
-    KRX::rt::SetInstallationPath(3, (ct::SourceDir() / "data").string());
+    ct::NewSceneWithShippedData();
     source_model = ct::ImportCapture(capture, L"Source");
     target_model = ct::ImportCapture(capture, L"Target", 1.5);
     const ct::fs::path tags = ct::ShippedTemplate("CmuJointNames.tagt");
@@ -164,8 +163,7 @@ TEST_F(MotionFlowTest, AMotionFileGivesTheSameFinishedMotion) {
 TEST(FourLeggedMotionFlow, FeetFollowTheSourceScaled) {
   const ct::fs::path capture = ct::SharedCapture("dog_D1_001_KAN01_001.bvh");
   if (capture.empty()) GTEST_SKIP() << "the shared captures are not here";
-  KRX::rt::ResetScene();
-  KRX::rt::SetInstallationPath(3, (ct::SourceDir() / "data").string());
+  ct::NewSceneWithShippedData();
   const KRX::Model source_model = ct::ImportCapture(capture, L"Dog");
   const KRX::Model target_model = ct::ImportCapture(capture, L"BigDog", 1.3);
   const ct::fs::path tags = ct::ShippedTemplate("DogJointNames.tagt");
