@@ -28,11 +28,7 @@ std::string Names(const std::vector<CString>& names) {
   std::string out;
   for (const CString& n : names) {
     if (!out.empty()) out += ", ";
-    // Appended piece by piece: GCC 12 at -O3 reports a false overlap (-Wrestrict) for
-    // a literal prepended to a temporary string.
-    out += '\'';
-    out += n.GetAsciiString();
-    out += '\'';
+    out += "'" + n.GetAsciiString() + "'";
   }
   return out;
 }
