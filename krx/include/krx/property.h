@@ -69,6 +69,12 @@ class Parameter : public ProjectItem {
   // Drives the parameter by a new function curve (replacing any other source). Keys
   // given are copied in.
   FCurve AddFCurve(const std::vector<FCurveKeyData>& keys = {});
+  // The same as AddFCurve with one key every `step` frames from `start` holding `values`
+  // in order, each with `interpolation` and the default handles; the values are taken
+  // over, not copied. Invalid (nothing changes) when a value is not finite or the key
+  // times are not finite and strictly increasing.
+  FCurve AddSampledFCurve(double start, double step, std::vector<double> values,
+                          Interpolation interpolation = Interpolation::Linear);
   // Drives the parameter by an expression: the full name of another parameter, optionally
   // scaled and offset ("Model.a.kine.local.posx * 2 + 1").
   CStatus AddExpression(const CString& text);

@@ -96,10 +96,11 @@ double EvaluateFCurve(const std::vector<FCurveKeyData>& keys, double frame) {
       hi = mid;
     }
   }
-  const FCurveKeyData& k0 = keys[lo];
-  const FCurveKeyData& k1 = keys[hi];
-  if (frame == k0.time) return k0.value;
+  return EvaluateSegment(keys[lo], keys[hi], frame);
+}
 
+double EvaluateSegment(const FCurveKeyData& k0, const FCurveKeyData& k1, double frame) {
+  if (frame == k0.time) return k0.value;
   switch (k0.interpolation) {
     case Interpolation::Constant:
       return k0.value;

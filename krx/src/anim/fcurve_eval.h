@@ -24,6 +24,10 @@ namespace KRX::rt {
 // are evaluated as Linear.
 double EvaluateFCurve(const std::vector<FCurveKeyData>& keys, double frame);
 
+// Value at `frame` on the segment from `k0` to `k1`, for k0.time <= frame < k1.time: the
+// part of EvaluateFCurve after the segment search, shared by the compact curves.
+double EvaluateSegment(const FCurveKeyData& k0, const FCurveKeyData& k1, double frame);
+
 // Time of the first and last key (frames). False, and outputs untouched, when there are
 // no keys.
 bool KeyRange(const std::vector<FCurveKeyData>& keys, double* first, double* last);

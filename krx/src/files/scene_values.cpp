@@ -109,10 +109,12 @@ CValue DecodeValue(JsonReader& reader, const Json& value, const std::string& wha
 
 OutJson EncodeKeys(const FCurveItem& fcurve, const std::string& what) {
   OutJson out = OutJson::array();
-  for (size_t i = 0; i < fcurve.keys.size(); ++i) {
-    const FCurveKeyData& key = fcurve.keys[i];
+  // Both forms of a curve write the same full records, so a file does not show (and a
+  // reader need not know) how the curve was held.
+  for (size_t i = 0; i < fcurve.KeyCount(); ++i) {
+    const FCurveKeyData key = fcurve.Key(i);
     const std::string key_what = what + " key at frame " + std::to_string(key.time);
-    const bool computed = i < fcurve.auto_tangents.size() && fcurve.auto_tangents[i];
+    const bool computed = fcurve.AutoTangent(i);
     out.push_back(OutJson::array({Finite(key.time, key_what), Finite(key.value, key_what),
                                   Finite(key.left_dx, key_what), Finite(key.left_dy, key_what),
                                   Finite(key.right_dx, key_what), Finite(key.right_dy, key_what),
@@ -149,8 +151,10 @@ void DecodeKeys(JsonReader& reader, const Json& keys, FCurveItem* fcurve) {
   }
   std::string why;
   if (!ValidateKeys(out, &why)) reader.Fail("function curve: " + why);
+  fcurve->sampled.reset();
   fcurve->keys = std::move(out);
   fcurve->auto_tangents = std::move(computed);
+  fcurve->Compact();
 }
 
 OutJson EncodeGrid(const GridTable& grid, const RefEncoder& encode_ref, const std::string& what) {

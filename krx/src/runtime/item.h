@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "anim/fcurve_eval.h"
+#include "anim/sampled_curve.h"
 #include "krx/krx.h"
 
 namespace KRX::rt {
@@ -42,12 +44,40 @@ struct Item : std::enable_shared_from_this<Item> {
   std::vector<std::shared_ptr<Item>> operators;
 };
 
+// A function curve holds its keys in one of two forms. The full form is `keys` with
+// `auto_tangents`. The compact form (`sampled` set, the two vectors empty) serves curves
+// with a key on every step and nothing per key but its value, as imports and bakes make
+// them. Both read the same through KeyCount, Key, AutoTangent and Evaluate; a key-by-key
+// edit calls Expand first, and whole-curve assignments call Compact after.
 struct FCurveItem : Item {
   FCurveItem() : Item(ClassID::FCurve) { type = L"FCurve"; }
   std::vector<FCurveKeyData> keys;  // sorted by time
   // Per key: true when its tangents were computed (a key added without explicit tangents),
   // so that later insertions next to it smooth it again. Missing entries count as false.
   std::vector<bool> auto_tangents;
+  std::optional<SampledCurve> sampled;
+
+  size_t KeyCount() const { return sampled ? sampled->values.size() : keys.size(); }
+  // Key `index` (< KeyCount()).
+  FCurveKeyData Key(size_t index) const { return sampled ? sampled->KeyAt(index) : keys[index]; }
+  bool AutoTangent(size_t index) const {
+    return !sampled && index < auto_tangents.size() && auto_tangents[index];
+  }
+  double Evaluate(double frame) const {
+    return sampled ? EvaluateSampledCurve(*sampled, frame) : EvaluateFCurve(keys, frame);
+  }
+  void Expand() {
+    if (!sampled) return;
+    keys = ToKeys(*sampled);
+    auto_tangents.assign(keys.size(), false);
+    sampled.reset();
+  }
+  void Compact() {
+    if (sampled || !FitsSampledCurve(keys, auto_tangents)) return;
+    sampled = ToSampledCurve(keys);
+    std::vector<FCurveKeyData>().swap(keys);
+    std::vector<bool>().swap(auto_tangents);
+  }
 };
 
 struct GridTable {

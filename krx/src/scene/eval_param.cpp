@@ -48,7 +48,7 @@ double ExpressionValue(ParamItem& param, double time) {
 
 double BaseValue(ParamItem& param, double time) {
   if (param.transient_value && param.transient_time == time) return param.transient_value->GetDouble();
-  if (param.fcurve && !param.fcurve->keys.empty()) return EvaluateFCurve(param.fcurve->keys, time);
+  if (param.fcurve && param.fcurve->KeyCount() > 0) return param.fcurve->Evaluate(time);
   if (param.expression) return ExpressionValue(param, time);
   return param.value.GetDouble();
 }
@@ -96,7 +96,7 @@ CStatus PutGlobalComponent(KineStateItem& state, size_t index, const CValue& val
 }  // namespace
 
 bool HasAnimationSource(const ParamItem& param) {
-  return (param.fcurve && !param.fcurve->keys.empty()) || param.expression.has_value();
+  return (param.fcurve && param.fcurve->KeyCount() > 0) || param.expression.has_value();
 }
 
 void EnsureParamBinding(ParamItem& param) {

@@ -185,26 +185,32 @@ bool UserDataBlob::IsEmpty() const {
 }
 
 // ---- FCurve ----
+// Reads go through the curve's accessors, whichever form it holds; edits of single keys
+// turn a compact curve into the full form first, whole-curve assignments compact it again
+// when the keys allow.
 
 int FCurve::GetNumKeys() const {
   const rt::FCurveItem* curve = CurveOf(*this);
-  return curve ? static_cast<int>(curve->keys.size()) : 0;
+  return curve ? static_cast<int>(curve->KeyCount()) : 0;
 }
 
 FCurveKeyData FCurve::GetKey(int index) const {
   const rt::FCurveItem* curve = CurveOf(*this);
-  if (!curve || index < 0 || static_cast<size_t>(index) >= curve->keys.size()) return FCurveKeyData();
-  return curve->keys[static_cast<size_t>(index)];
+  if (!curve || index < 0 || static_cast<size_t>(index) >= curve->KeyCount()) return FCurveKeyData();
+  return curve->Key(static_cast<size_t>(index));
 }
 
 std::vector<FCurveKeyData> FCurve::GetKeys() const {
   const rt::FCurveItem* curve = CurveOf(*this);
-  return curve ? curve->keys : std::vector<FCurveKeyData>();
+  if (!curve) return {};
+  return curve->sampled ? rt::ToKeys(*curve->sampled) : curve->keys;
 }
 
 int FCurve::AddKey(double time, double value, Interpolation interpolation) {
   rt::FCurveItem* curve = CurveOf(*this);
   if (!curve) return -1;
+  if (!std::isfinite(time) || !std::isfinite(value)) return -1;
+  curve->Expand();
   FCurveKeyData key;
   key.time = time;
   key.value = value;
@@ -227,9 +233,10 @@ int FCurve::AddKey(double time, double value, Interpolation interpolation) {
 CStatus FCurve::SetKey(int index, const FCurveKeyData& key) {
   rt::FCurveItem* curve = CurveOf(*this);
   if (!curve) return CStatus::Fail;
-  if (index < 0 || static_cast<size_t>(index) >= curve->keys.size() || !FiniteKey(key)) {
+  if (index < 0 || static_cast<size_t>(index) >= curve->KeyCount() || !FiniteKey(key)) {
     return CStatus::InvalidArgument;
   }
+  curve->Expand();
   const auto at = static_cast<size_t>(index);
   // The key must stay between its neighbours.
   if ((at > 0 && key.time <= curve->keys[at - 1].time + rt::kKeyTimeEpsilon) ||
@@ -254,8 +261,10 @@ CStatus FCurve::SetKeys(const std::vector<FCurveKeyData>& keys) {
   for (const FCurveKeyData& key : keys) {
     if (!FiniteKey(key) || rt::InsertKey(sorted, key) < 0) return CStatus::InvalidArgument;
   }
+  curve->sampled.reset();
   curve->keys = std::move(sorted);
   curve->auto_tangents.assign(curve->keys.size(), false);
+  curve->Compact();
   rt::BumpRevision();
   return CStatus::OK;
 }
@@ -263,7 +272,8 @@ CStatus FCurve::SetKeys(const std::vector<FCurveKeyData>& keys) {
 CStatus FCurve::RemoveKeyAtIndex(int index) {
   rt::FCurveItem* curve = CurveOf(*this);
   if (!curve) return CStatus::Fail;
-  if (index < 0 || static_cast<size_t>(index) >= curve->keys.size()) return CStatus::InvalidArgument;
+  if (index < 0 || static_cast<size_t>(index) >= curve->KeyCount()) return CStatus::InvalidArgument;
+  curve->Expand();
   curve->auto_tangents.resize(curve->keys.size(), false);
   curve->keys.erase(curve->keys.begin() + index);
   curve->auto_tangents.erase(curve->auto_tangents.begin() + index);
@@ -275,6 +285,7 @@ CStatus FCurve::RemoveKeyAtIndex(int index) {
 CStatus FCurve::RemoveKeys() {
   rt::FCurveItem* curve = CurveOf(*this);
   if (!curve) return CStatus::Fail;
+  curve->sampled.reset();
   curve->keys.clear();
   curve->auto_tangents.clear();
   rt::BumpRevision();
@@ -284,7 +295,7 @@ CStatus FCurve::RemoveKeys() {
 double FCurve::Eval(double time) const {
   const rt::FCurveItem* curve = CurveOf(*this);
   if (!curve) return 0.0;
-  return rt::EvaluateFCurve(curve->keys, rt::ResolveTime(time));
+  return curve->Evaluate(rt::ResolveTime(time));
 }
 
 Parameter FCurve::GetParameter() const {

@@ -1,7 +1,10 @@
 // Parameter and CustomProperty handles.
 #include "krx/property.h"
 
+#include <cmath>
+
 #include "anim/fcurve_edit.h"
+#include "anim/sampled_curve.h"
 #include "scene/evaluation.h"
 #include "scene/expression.h"
 #include "scene/handles.h"
@@ -128,12 +131,32 @@ FCurve Parameter::AddFCurve(const std::vector<FCurveKeyData>& keys) {
   fcurve->owner = param;
   for (const FCurveKeyData& key : keys) rt::InsertKey(fcurve->keys, key);
   fcurve->auto_tangents.assign(fcurve->keys.size(), false);
+  fcurve->Compact();
   if (param->fcurve) param->fcurve->deleted = true;
   param->fcurve = fcurve;
   param->expression.reset();
   param->transient_value.reset();
   rt::BumpStructure();
   return FCurve(RefOf(fcurve));
+}
+
+FCurve Parameter::AddSampledFCurve(double start, double step, std::vector<double> values,
+                                   Interpolation interpolation) {
+  auto* param = LiveAs<rt::ParamItem>(*this);
+  if (!param || param->grid || !IsNumeric(param->value_type)) return FCurve();
+  if (!rt::ValidSampling(start, step, values.size())) return FCurve();
+  for (double value : values) {
+    if (!std::isfinite(value)) return FCurve();
+  }
+  if (values.size() < 2) {
+    std::vector<FCurveKeyData> keys;
+    if (!values.empty()) keys.push_back({.time = start, .value = values[0], .interpolation = interpolation});
+    return AddFCurve(keys);
+  }
+  FCurve curve = AddFCurve();
+  auto* item = LiveAs<rt::FCurveItem>(curve);
+  item->sampled = rt::SampledCurve{start, step, interpolation, std::move(values)};
+  return curve;
 }
 
 CStatus Parameter::AddExpression(const CString& text) {

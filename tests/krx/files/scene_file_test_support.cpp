@@ -229,12 +229,12 @@ std::string Describe(const ParamItem& p) {
   if (p.expression) out += " expr=" + p.expression->GetAsciiString();
   if (p.fcurve) {
     out += " keys=";
-    for (const FCurveKeyData& k : p.fcurve->keys) {
+    for (size_t i = 0; i < p.fcurve->KeyCount(); ++i) {
+      const FCurveKeyData k = p.fcurve->Key(i);
       out += Number(k.time) + "/" + Number(k.value) + "/" + Number(k.left_dx) + "/" +
              Number(k.left_dy) + "/" + Number(k.right_dx) + "/" + Number(k.right_dy) + "/" +
-             std::to_string(static_cast<int>(k.interpolation)) + ";";
+             std::to_string(static_cast<int>(k.interpolation)) + (p.fcurve->AutoTangent(i) ? "a;" : "e;");
     }
-    for (bool computed : p.fcurve->auto_tangents) out += computed ? "a" : "e";
   }
   if (p.grid) {
     out += " grid=" + std::to_string(p.grid->columns) + "x" + std::to_string(p.grid->rows);
