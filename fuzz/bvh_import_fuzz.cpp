@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "files/bvh_file.h"
@@ -12,16 +13,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // An exact-size copy, so that a read past the end of the text is caught.
   const std::vector<char> bytes(data, data + size);
   std::string error;
-  const std::optional<KRX::rt::files::BvhFile> file =
+  std::optional<KRX::rt::files::BvhFile> file =
       KRX::rt::files::ParseBvh(std::string_view(bytes.data(), bytes.size()), &error);
   if (!file) {
     if (error.empty()) __builtin_trap();  // a refusal always says why
     return 0;
   }
-  if (file->values.size() != file->frame_count * file->channel_count) __builtin_trap();
-  if (file->joints.size() <= 64 && file->values.size() <= 4096) {
+  if (file->columns.size() != file->channel_count) __builtin_trap();
+  for (const std::vector<double>& column : file->columns) {
+    if (column.size() != file->frame_count) __builtin_trap();
+  }
+  if (!(file->frame_time > 0.0 && file->frame_time <= KRX::rt::files::kMaxBvhFrameTime)) __builtin_trap();
+  if (file->joints.size() <= 64 && file->frame_count * file->channel_count <= 4096) {
     KRX::rt::ResetScene();
-    KRX::rt::files::BuildBvhRig(*file, L"Fuzz");
+    KRX::rt::files::BuildBvhRig(std::move(*file), L"Fuzz");
   }
   return 0;
 }

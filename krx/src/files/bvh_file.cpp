@@ -64,14 +64,17 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
   return true;
 }
 
+constexpr std::string_view kChannelNames[] = {"Xposition", "Yposition", "Zposition",
+                                              "Xrotation", "Yrotation", "Zrotation"};
+
 std::optional<BvhChannel> ChannelOf(std::string_view word) {
-  static constexpr std::string_view kNames[] = {"Xposition", "Yposition", "Zposition",
-                                                "Xrotation", "Yrotation", "Zrotation"};
   for (size_t i = 0; i < 6; ++i) {
-    if (EqualsNoCase(word, kNames[i])) return static_cast<BvhChannel>(i);
+    if (EqualsNoCase(word, kChannelNames[i])) return static_cast<BvhChannel>(i);
   }
   return std::nullopt;
 }
+
+std::string ChannelName(BvhChannel channel) { return std::string(kChannelNames[static_cast<size_t>(channel)]); }
 
 struct Parser {
   Words words;
@@ -105,6 +108,10 @@ struct Parser {
     if (depth > 1000) return Fail("the hierarchy is nested too deeply");
     if (file.joints.size() >= kMaxBvhJoints) return Fail("more than " + std::to_string(kMaxBvhJoints) + " joints");
     if (name.empty()) return Fail("a joint without a name");
+    if (name.size() > kMaxBvhNameLength) {
+      return Fail("the joint name '" + name.substr(0, 40) + "...' is longer than " +
+                  std::to_string(kMaxBvhNameLength) + " characters");
+    }
     if (brace_read) {
       brace_read = false;
     } else if (!Expect("{")) {
@@ -131,10 +138,17 @@ struct Parser {
         BvhJoint& joint = file.joints[static_cast<size_t>(index)];
         joint.channels.clear();
         joint.first_channel = file.channel_count;
+        unsigned listed = 0;  // bit per channel
         for (int i = 0; i < static_cast<int>(count); ++i) {
           const std::string_view channel_word = words.Next();
           const std::optional<BvhChannel> channel = ChannelOf(channel_word);
           if (!channel) return Fail("unknown channel '" + std::string(channel_word.substr(0, 40)) + "'");
+          // Two columns would drive one parameter, and the rotation order would be ambiguous.
+          const unsigned bit = 1u << static_cast<unsigned>(*channel);
+          if (listed & bit) {
+            return Fail("joint '" + joint.name + "' lists the channel " + ChannelName(*channel) + " twice");
+          }
+          listed |= bit;
           joint.channels.push_back(*channel);
         }
         file.channel_count += joint.channels.size();
@@ -181,27 +195,47 @@ struct Parser {
     }
     if (!Expect("Frame") || !Expect("Time:")) return false;
     const std::string_view time_word = words.Next();
-    if (!ParseNumber(time_word, &file.frame_time) || file.frame_time <= 0.0) {
+    if (!ParseNumber(time_word, &file.frame_time)) {
       return Fail("bad frame time '" + std::string(time_word.substr(0, 40)) + "'");
+    }
+    // The rate (1 / frame time) must be a finite number of at least one frame per second.
+    if (!(file.frame_time > 0.0) || file.frame_time > kMaxBvhFrameTime || !std::isfinite(1.0 / file.frame_time)) {
+      return Fail("bad frame time '" + std::string(time_word.substr(0, 40)) +
+                  "': it must be above 0 and at most 1 second (a rate of at least 1 frame per second)");
     }
     file.announced_frames = static_cast<size_t>(frames);
     if (file.channel_count > 0 && file.announced_frames > kMaxBvhValues / file.channel_count) {
       return Fail("the motion is too large (" + std::to_string(file.announced_frames) + " frames)");
     }
+    file.columns.assign(file.channel_count, {});
+    if (file.channel_count == 0) {
+      file.frame_count = file.announced_frames;
+      return true;
+    }
     // Every complete frame present counts, whatever the header announced. A number takes
     // at least two bytes with its separator, so the text left bounds the reservation: a
     // short file announcing a huge take allocates nothing it cannot fill.
-    file.values.reserve(std::min(file.announced_frames * file.channel_count, words.BytesLeft() / 2 + 1));
-    while (file.channel_count > 0) {
+    const size_t reserved = std::min(file.announced_frames, words.BytesLeft() / (2 * file.channel_count) + 1);
+    for (std::vector<double>& column : file.columns) column.reserve(reserved);
+    size_t count = 0;
+    size_t column = 0;
+    while (true) {
       const std::string_view word = words.Next();
       if (word.empty()) break;
-      if (file.values.size() >= kMaxBvhValues) return Fail("the motion is too large");
+      if (count >= kMaxBvhValues) return Fail("the motion is too large");
       double value = 0.0;
       if (!ParseNumber(word, &value)) return Fail("expected a number, found '" + std::string(word.substr(0, 40)) + "'");
-      file.values.push_back(value);
+      file.columns[column].push_back(value);
+      ++count;
+      if (++column == file.channel_count) column = 0;
     }
-    file.frame_count = file.channel_count == 0 ? file.announced_frames : file.values.size() / file.channel_count;
-    file.values.resize(file.frame_count * file.channel_count);
+    file.frame_count = count / file.channel_count;
+    for (std::vector<double>& values : file.columns) {
+      values.resize(file.frame_count);  // a last frame cut short is dropped
+      // Columns that grew past the reservation (more frames than announced) give back
+      // their slack, one at a time.
+      if (values.capacity() > values.size()) values.shrink_to_fit();
+    }
     return true;
   }
 };

@@ -1,9 +1,11 @@
 // Reading BVH motion capture files: the joint hierarchy with offsets and channels, and the
-// motion as one row of channel values per frame.
+// motion as one column of values per channel.
 //
 // The reader takes the file whole from memory and bounds everything it builds (joints,
 // channels, frames), so a damaged or hostile file gives an error message naming the line,
-// never a crash or an endless read.
+// never a crash or an endless read. The motion is read straight into its columns, which a
+// function curve can take over as they are: the values exist once, never as rows and then
+// columns.
 #pragma once
 
 #include <cstdint>
@@ -33,16 +35,25 @@ struct BvhFile {
   size_t channel_count = 0;      // values per frame
   size_t frame_count = 0;        // complete frames present (the header's count may differ)
   size_t announced_frames = 0;   // the "Frames:" count
-  double frame_time = 0.0;       // seconds
-  std::vector<double> values;    // frame_count x channel_count, frame-major
+  double frame_time = 0.0;       // seconds; in (0, 1]
+  // One column per channel (column c holds the channel at first_channel + i of its joint),
+  // frame_count values each.
+  std::vector<std::vector<double>> columns;
 
-  double Value(size_t frame, size_t column) const { return values[frame * channel_count + column]; }
+  double Value(size_t frame, size_t column) const { return columns[column][frame]; }
 };
 
 inline constexpr size_t kMaxBvhJoints = 4096;
+inline constexpr size_t kMaxBvhNameLength = 255;            // bytes, after joining words
 inline constexpr size_t kMaxBvhValues = size_t{64} << 20;  // 64 Mi numbers (512 MiB)
+// The longest frame time taken, in seconds: a rate of at least one frame per second.
+inline constexpr double kMaxBvhFrameTime = 1.0;
 
-// Parses the text of a BVH file. On failure `error` reads "line N: what is wrong".
+// Parses the text of a BVH file. On failure `error` reads "line N: what is wrong". Refused
+// besides malformed text: a joint listing a channel twice, a joint name longer than
+// kMaxBvhNameLength, a frame time that is not above 0 and at most kMaxBvhFrameTime, and
+// more than kMaxBvhJoints joints or kMaxBvhValues numbers. A last frame cut short is
+// dropped; frames beyond the announced count are kept (frame_count says what was read).
 std::optional<BvhFile> ParseBvh(std::string_view text, std::string* error);
 
 }  // namespace KRX::rt::files

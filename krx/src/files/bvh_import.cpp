@@ -20,7 +20,6 @@ constexpr uint64_t kMaxBvhFileBytes = uint64_t{1} << 30;
 MATH::RotationOrder RotationOrderOf(const BvhJoint& joint) {
   int axes[3];
   int count = 0;
-  // A joint may list a rotation channel more than once: at most three axes are taken.
   for (auto it = joint.channels.rbegin(); it != joint.channels.rend() && count < 3; ++it) {
     const int channel = static_cast<int>(*it);
     if (channel >= 3) axes[count++] = channel - 3;
@@ -39,15 +38,10 @@ MATH::RotationOrder RotationOrderOf(const BvhJoint& joint) {
   return MATH::RotationOrder::XYZ;
 }
 
-void AnimateParameter(KinematicState& local, const wchar_t* name, const BvhFile& file, size_t column,
-                      bool constant_zero) {
-  std::vector<FCurveKeyData> keys(file.frame_count);
-  for (size_t f = 0; f < file.frame_count; ++f) {
-    keys[f].time = static_cast<double>(f + 1);
-    keys[f].value = constant_zero ? 0.0 : file.Value(f, column);
-    keys[f].interpolation = Interpolation::Linear;
-  }
-  local.GetParameter(name).AddFCurve(keys);
+// A linear key on every frame from frame 1. The curve takes the column over in its
+// compact form: no key record is built per frame.
+void AnimateParameter(KinematicState& local, const wchar_t* name, std::vector<double> values) {
+  local.GetParameter(name).AddSampledFCurve(1.0, 1.0, std::move(values), Interpolation::Linear);
 }
 
 X3DObject AddJointNull(X3DObject parent, const std::string& name, const MATH::CVector3& offset) {
@@ -73,31 +67,38 @@ CStatus ImportBvh(const CValueArray& args, CValue& result) {
     Log(CString("ImportBVH: " + error), kSeverityError);
     return CStatus::OK;
   }
-  const std::optional<BvhFile> file =
+  std::optional<BvhFile> file =
       ParseBvh(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()), &error);
+  std::vector<uint8_t>().swap(bytes);  // the text is not needed past parsing
   if (!file) {
     Log(CString("ImportBVH: " + path + ": " + error), kSeverityError);
     return CStatus::OK;
   }
-  if (file->frame_count != file->announced_frames) {
-    Log(CString("ImportBVH: " + path + ": the file announces " + std::to_string(file->announced_frames) +
-                " frames and holds " + std::to_string(file->frame_count)),
+  const std::string announced = std::to_string(file->announced_frames);
+  const std::string held = std::to_string(file->frame_count);
+  if (file->frame_count < file->announced_frames) {
+    Log(CString("ImportBVH: " + path + ": the file announces " + announced + " frames but holds only " + held +
+                "; " + held + " imported"),
+        kSeverityWarning);
+  } else if (file->frame_count > file->announced_frames) {
+    Log(CString("ImportBVH: " + path + ": the file announces " + announced + " frames but holds " + held +
+                ", more than announced; all " + held + " imported"),
         kSeverityWarning);
   }
   CString name = args.size() > 1 && !args[1].IsEmpty() ? args[1].GetString() : CString();
   if (name.IsEmpty()) name = CString(std::filesystem::path(path).stem().string());
-  const Model model = BuildBvhRig(*file, name);
+  const size_t joint_count = file->joints.size();
+  const Model model = BuildBvhRig(std::move(*file), name);
   result = CValue(model.GetName());
   Log(CString("Imported " + std::filesystem::path(path).filename().string() + ": " +
-              std::to_string(file->joints.size()) + " joints, " + std::to_string(file->frame_count) +
-              " frames as ") + model.GetName() + CString(L"."),
+              std::to_string(joint_count) + " joints, " + held + " frames as ") + model.GetName() + CString(L"."),
       kSeverityInfo);
   return CStatus::OK;
 }
 
 }  // namespace
 
-Model BuildBvhRig(const BvhFile& file, const CString& model_name) {
+Model BuildBvhRig(BvhFile&& file, const CString& model_name) {
   Model model(Application().GetActiveSceneRoot().AddModel(model_name));
   std::vector<X3DObject> joints;
   joints.reserve(file.joints.size());
@@ -114,13 +115,13 @@ Model BuildBvhRig(const BvhFile& file, const CString& model_name) {
     for (size_t c = 0; c < joint.channels.size(); ++c) {
       const int channel = static_cast<int>(joint.channels[c]);
       static const wchar_t* const kParams[6] = {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz"};
-      AnimateParameter(local, kParams[channel], file, joint.first_channel + c, false);
+      AnimateParameter(local, kParams[channel], std::move(file.columns[joint.first_channel + c]));
       if (channel < 3) position_channel[channel] = true;
     }
     if (position_channel[0] || position_channel[1] || position_channel[2]) {
       static const wchar_t* const kPositions[3] = {L"posx", L"posy", L"posz"};
       for (int axis = 0; axis < 3; ++axis) {
-        if (!position_channel[axis]) AnimateParameter(local, kPositions[axis], file, 0, true);
+        if (!position_channel[axis]) AnimateParameter(local, kPositions[axis], std::vector<double>(file.frame_count, 0.0));
       }
     }
   }

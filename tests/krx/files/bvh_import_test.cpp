@@ -75,50 +75,63 @@ TEST(BvhImport, MatchesTheReferenceReader) {
   ResetScene();
 }
 
-TEST(BvhImport, DamagedFilesAreRefusedWithTheLine) {
-  const std::string good =
-      "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation\n"
-      " JOINT Leg {\n  OFFSET 0 -1 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n   OFFSET 0 -1 0\n  }\n }\n}\n"
-      "MOTION\nFrames: 2\nFrame Time: 0.04\n0 1 0 0 0 0 90 0 0\n0 1 0 0 0 0 0 0 0\n";
+const std::string kGood =
+    "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation\n"
+    " JOINT Leg {\n  OFFSET 0 -1 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n   OFFSET 0 -1 0\n  }\n }\n}\n"
+    "MOTION\nFrames: 2\nFrame Time: 0.04\n0 1 0 0 0 0 90 0 0\n0 1 0 0 0 0 0 0 0\n";
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
   std::string error;
   {
-    const std::optional<BvhFile> file = ParseBvh(good, &error);
+    const std::optional<BvhFile> file = ParseBvh(kGood, &error);
     ASSERT_TRUE(file) << error;
     EXPECT_EQ(file->joints.size(), 2u);
-    EXPECT_EQ(file->channel_count, 9u);
     EXPECT_EQ(file->frame_count, 2u);
-    EXPECT_TRUE(file->joints[1].has_end_site);
+    ASSERT_EQ(file->columns.size(), 9u);
+    EXPECT_EQ(file->Value(0, 6), 90.0);  // frame 1, the Leg's Zrotation
+    EXPECT_EQ(file->joints[1].first_channel, 6u);
   }
-  struct Case {
+  const std::string long_name(kMaxBvhNameLength + 1, 'n');
+  const struct {
     std::string text;
     const char* message;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"", "line 1: expected 'HIERARCHY'"},
-      {good.substr(0, good.find(" JOINT")), "the hierarchy ends inside joint 'Hips'"},
-      {std::string(good).replace(good.find("CHANNELS 3"), 10, "CHANNELS 9"), "line 8: a joint has 0 to 6 channels"},
-      {std::string(good).replace(good.find("Zrotation Xrotation Yrotation\n  End"), 9, "Wrotation"),
+      {kGood.substr(0, kGood.find(" JOINT")), "the hierarchy ends inside joint 'Hips'"},
+      {Replaced(kGood, "CHANNELS 3", "CHANNELS 9"), "line 8: a joint has 0 to 6 channels"},
+      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End", "Wrotation Xrotation Yrotation\n  End"),
        "unknown channel 'Wrotation'"},
-      {std::string(good).replace(good.find("0.04"), 4, "-1"), "bad frame time"},
-      {std::string(good).replace(good.find("90"), 2, "9x"), "line 18: expected a number, found '9x'"},
-      {std::string(good).replace(good.find("OFFSET 0 -1 0\n  CHANNELS"), 13, "OFFSET 0 nan 0"), "expected a number"},
+      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End", "Zrotation XROTATION Xrotation\n  End"),
+       "line 8: joint 'Leg' lists the channel Xrotation twice"},
+      {Replaced(kGood, "6 Xposition Yposition", "6 Xposition Xposition"), "line 5: joint 'Hips' lists the channel Xposition twice"},
+      {Replaced(kGood, "JOINT Leg", "JOINT " + long_name), "line 6: the joint name 'nnnn"},
+      {Replaced(kGood, "JOINT Leg", "JOINT " + long_name), "is longer than 255 characters"},
+      {Replaced(kGood, "0.04", "0"), "line 17: bad frame time '0': it must be above 0 and at most 1 second"},
+      {Replaced(kGood, "0.04", "-0.04"), "bad frame time '-0.04'"},
+      {Replaced(kGood, "0.04", "nan"), "bad frame time 'nan'"},
+      {Replaced(kGood, "0.04", "1.0000001"), "bad frame time '1.0000001'"},
+      {Replaced(kGood, "0.04", "1e-310"), "bad frame time '1e-310'"},  // 1 / time is infinite
+      {Replaced(kGood, "90", "9x"), "line 18: expected a number, found '9x'"},
+      {Replaced(kGood, "OFFSET 0 -1 0\n  CHANNELS", "OFFSET 0 nan 0\n  CHANNELS"), "expected a number"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
     error.clear();
     EXPECT_FALSE(ParseBvh(c.text, &error));
     EXPECT_NE(error.find(c.message), std::string::npos) << error;
   }
-  {  // Fewer frames than announced: the complete ones.
-    std::string short_motion = good.substr(0, good.rfind("0 1 0 0 0 0 0 0 0")) + "0 1 0";
-    const std::optional<BvhFile> file = ParseBvh(short_motion, &error);
-    ASSERT_TRUE(file) << error;
-    EXPECT_EQ(file->frame_count, 1u);
+  {  // The edges that are still good: a name of the longest length, one frame per second.
+    EXPECT_TRUE(ParseBvh(Replaced(Replaced(kGood, "JOINT Leg", "JOINT " + long_name.substr(1)), "0.04", "1"), &error))
+        << error;
   }
   {  // Through the command: the scene is left as it was.
     ResetScene();
     const fs::path path = fs::temp_directory_path() / "krx_bad.bvh";
-    std::ofstream(path) << good.substr(0, good.find(" JOINT"));
+    std::ofstream(path) << kGood.substr(0, kGood.find(" JOINT"));
     ClearLog();
     EXPECT_EQ(RunCommand(L"ImportBVH", {CValue(path.string()), CValue(L"Bad")}), CValue(false));
     EXPECT_TRUE(Application().GetActiveSceneRoot().GetChildren().empty());
@@ -126,6 +139,46 @@ TEST(BvhImport, DamagedFilesAreRefusedWithTheLine) {
     EXPECT_NE(LogLines().back().text.GetAsciiString().find("ImportBVH: " + path.string() + ": line"), std::string::npos);
     fs::remove(path);
   }
+}
+
+TEST(BvhImport, FramesHeldAgainstFramesAnnounced) {
+  const fs::path path = fs::temp_directory_path() / "krx_frames.bvh";
+  const struct {
+    std::string text;
+    int frames;          // imported
+    const char* warning;  // part of the warning, or none
+  } cases[] = {
+      {kGood, 2, nullptr},
+      // A last frame cut short is dropped.
+      {kGood.substr(0, kGood.rfind("0 1 0 0 0 0 0 0 0")) + "0 1 0", 1, "announces 2 frames but holds only 1; 1 imported"},
+      {Replaced(kGood, "Frames: 2", "Frames: 5"), 2, "announces 5 frames but holds only 2; 2 imported"},
+      {Replaced(kGood, "Frames: 2", "Frames: 1"), 2, "announces 1 frames but holds 2, more than announced; all 2"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.frames);
+    std::ofstream(path) << c.text;
+    ResetScene();
+    ClearLog();
+    const CValue name = RunCommand(L"ImportBVH", {CValue(path.string()), CValue(L"Take")});
+    ASSERT_EQ(name.GetType(), ValueType::String);
+    EXPECT_EQ(Application().GetActiveProject().GetPlayControl().GetParameterValue(L"Out").GetInt(), c.frames);
+    EXPECT_EQ(Application().GetActiveProject().GetPlayControl().GetParameterValue(L"Rate").GetDouble(), 25.0);
+    const X3DObject hips = Application().GetActiveSceneRoot().FindChild(L"Hips");
+    ASSERT_TRUE(hips.IsValid());
+    const FCurve curve = hips.GetKinematics().GetLocal().GetParameter(L"posy").GetFCurve();
+    ASSERT_EQ(curve.GetNumKeys(), c.frames);
+    EXPECT_TRUE(curve.GetKey(c.frames - 1).time == c.frames && curve.GetKey(0).value == 1.0);
+    size_t warnings = 0;
+    for (const LogLine& line : LogLines()) {
+      if (line.severity != kSeverityWarning) continue;
+      ++warnings;
+      ASSERT_NE(c.warning, nullptr) << line.text.GetAsciiString();
+      EXPECT_NE(line.text.GetAsciiString().find(c.warning), std::string::npos) << line.text.GetAsciiString();
+    }
+    EXPECT_EQ(warnings, c.warning ? 1u : 0u);
+  }
+  fs::remove(path);
+  ResetScene();
 }
 
 }  // namespace
