@@ -10,7 +10,6 @@ namespace kavor {
 
 namespace {
 
-using KRX::MATH::CMatrix3;
 using KRX::MATH::CMatrix4;
 using KRX::MATH::CRotation;
 using KRX::MATH::CTransformation;
@@ -49,15 +48,7 @@ CRotation RotationFromAxes(const CMatrix4& m, const CVector3& align, const CVect
   frame[primary] = p;
   frame[secondary] = s;
   frame[third] = t;
-  CMatrix3 rows;
-  for (int i = 0; i < 3; ++i) {
-    rows.Set(i, 0, frame[i].GetX());
-    rows.Set(i, 1, frame[i].GetY());
-    rows.Set(i, 2, frame[i].GetZ());
-  }
-  CRotation rotation;
-  rotation.SetFromMatrix(rows);
-  return rotation;
+  return KRX::MATH::RotationFromAxisRows(frame[0], frame[1], frame[2]);
 }
 
 void ComputeRigPose(RetargetModel& model, double time, bool use_extraction) {

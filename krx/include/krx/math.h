@@ -175,6 +175,10 @@ class CTransformation {
   CVector3 translation_;
 };
 
+// The rotation whose matrix rows are `x`, `y` and `z`: the images of the X, Y and Z axes
+// (p' = p M). The rows must form a right-handed orthonormal frame.
+CRotation RotationFromAxisRows(const CVector3& x, const CVector3& y, const CVector3& z);
+
 // pose x inverse(reference): the pose expressed in the reference's space.
 CTransformation MapWorldPoseToObjectSpace(const CTransformation& reference,
                                           const CTransformation& pose);

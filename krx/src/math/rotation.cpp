@@ -1,5 +1,5 @@
 // Rotations stored as unit quaternions: conversion to and from row-vector matrices,
-// axis-angle construction and composition.
+// axis-angle construction, frames given by their axis rows, and composition.
 #include <cmath>
 
 #include "krx/math.h"
@@ -59,6 +59,17 @@ CRotation CRotation::FromAxisAngle(const CVector3& axis, double angle) {
   if (!n.NormalizeInPlace()) return CRotation();
   const double s = std::sin(0.5 * angle);
   return CRotation(CQuaternion(std::cos(0.5 * angle), n.GetX() * s, n.GetY() * s, n.GetZ() * s));
+}
+
+CRotation RotationFromAxisRows(const CVector3& x, const CVector3& y, const CVector3& z) {
+  CMatrix3 m;
+  const CVector3 rows[3] = {x, y, z};
+  for (int r = 0; r < 3; ++r) {
+    for (int c = 0; c < 3; ++c) m.Set(r, c, rows[r][c]);
+  }
+  CRotation rotation;
+  rotation.SetFromMatrix(m);
+  return rotation;
 }
 
 CRotation CRotation::Mul(const CRotation& a, const CRotation& b) {

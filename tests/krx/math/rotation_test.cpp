@@ -109,6 +109,11 @@ TEST(Rotation, MatrixAndQuaternion) {
     ExpectVectorNear({m.Get(0, 0), m.Get(0, 1), m.Get(0, 2)}, {0, 1, 0});
     ExpectVectorNear({m.Get(1, 0), m.Get(1, 1), m.Get(1, 2)}, {-1, 0, 0});
   }
+  {  // A frame given by its axis rows: rows Y, Z, X send X to Y and Y to Z.
+    const CQuaternion q = RotationFromAxisRows({0, 1, 0}, {0, 0, 1}, {1, 0, 0}).GetQuaternion();
+    ExpectVectorNear(q.Rotate({1, 0, 0}), {0, 1, 0});
+    ExpectVectorNear(q.Rotate({0, 1, 0}), {0, 0, 1});
+  }
   {  // Round trips, including half turns (matrix trace -1) about several axes; the matrix
      // is orthonormal.
     const CVector3 axes[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 0}, {1, 2, 3}, {-3, 0.5, 0.1}};
