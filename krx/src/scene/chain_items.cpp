@@ -195,19 +195,18 @@ ObjectItem* ChainRootOf(ObjectItem& object) {
   return nullptr;
 }
 
+ObjectItem* NextChainBone(ObjectItem& object) {
+  for (const auto& child : object.children) {
+    if (!child->deleted && child->cls == ClassID::ChainBone) return child.get();
+  }
+  return nullptr;
+}
+
 std::vector<ObjectItem*> ChainBonesOf(ObjectItem& root) {
   std::vector<ObjectItem*> bones;
-  ObjectItem* at = &root;
-  while (at && bones.size() < 10000) {
-    ObjectItem* next = nullptr;
-    for (const auto& child : at->children) {
-      if (!child->deleted && child->cls == ClassID::ChainBone) {
-        next = child.get();
-        break;
-      }
-    }
-    if (next) bones.push_back(next);
-    at = next;
+  for (ObjectItem* at = NextChainBone(root); at && bones.size() < static_cast<size_t>(kMaxChainBones);
+       at = NextChainBone(*at)) {
+    bones.push_back(at);
   }
   return bones;
 }

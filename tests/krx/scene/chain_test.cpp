@@ -1,11 +1,14 @@
-// IK chains: a two-bone limb bends to reach its effector, on the side its up-vector
-// reference or roll gives, keeps its bone lengths and survives saving and reopening.
+// IK chains: a two-bone limb and longer chains bend to reach their effector, on the side
+// their up-vector reference or roll gives, keep their bone lengths and survive saving and
+// reopening.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <filesystem>
+#include <vector>
 
 #include "files/scene_file.h"
+#include "scene/chains.h"
 #include "krx/scene/scene_test_support.h"
 
 namespace KRX::rt::testing {
@@ -54,6 +57,81 @@ TEST_F(ChainTest, TwoBonesReachTheEffector) {
   MoveEffector(CVector3(0, 10, 0));
   EXPECT_TRUE(GlobalPosition(bones_[1]).Equals(CVector3(0, 3, 0), 1e-9));
   EXPECT_TRUE(BoneEnd(1, 4.0).Equals(CVector3(0, 7, 0), 1e-9));
+}
+
+TEST_F(ChainTest, LongerChainsBendAsAWhole) {
+  // Three unit bones built as three sides of a square: every joint turns by 90 degrees.
+  root_chain_ = ChainRoot(root_.Add2DChain(CVector3(0, 0, 0), CVector3(1, 0, 0), CVector3(0, 0, 1), L"spine"));
+  ASSERT_TRUE(root_chain_.AddBone(CVector3(1, 1, 0)).IsValid());
+  ASSERT_TRUE(root_chain_.AddBone(CVector3(0, 1, 0)).IsValid());
+  bones_ = root_chain_.GetBones();
+  ASSERT_EQ(bones_.size(), 3u);
+  effector_ = root_chain_.GetEffector();
+  const auto expect_joints = [&](const CVector3& j1, const CVector3& j2, const CVector3& end) {
+    EXPECT_TRUE(GlobalPosition(bones_[1]).Equals(j1, 1e-6));
+    EXPECT_TRUE(GlobalPosition(bones_[2]).Equals(j2, 1e-6));
+    EXPECT_TRUE(BoneEnd(2, 1.0).Equals(end, 1e-6));
+  };
+  {  // At rest the chain keeps the pose it was built in.
+    SCOPED_TRACE("rest");
+    expect_joints(CVector3(1, 0, 0), CVector3(1, 1, 0), CVector3(0, 1, 0));
+  }
+  const double h = std::sqrt(3.0) / 2.0;
+  {  // Target 2 away: equal 60 degree turns, the joints on the side the chain bent.
+    SCOPED_TRACE("reachable");
+    MoveEffector(CVector3(0, 2, 0));
+    expect_joints(CVector3(h, 0.5, 0), CVector3(h, 1.5, 0), CVector3(0, 2, 0));
+  }
+  {  // Out of reach: straight towards the target.
+    SCOPED_TRACE("out of reach");
+    MoveEffector(CVector3(0, 5, 0));
+    expect_joints(CVector3(0, 1, 0), CVector3(0, 2, 0), CVector3(0, 3, 0));
+  }
+  {  // Closer than equal turns reach: still reached, lengths kept, bent to the same side.
+    SCOPED_TRACE("folded");
+    MoveEffector(CVector3(0, 0.5, 0));
+    EXPECT_TRUE(BoneEnd(2, 1.0).Equals(CVector3(0, 0.5, 0), 1e-6));
+    EXPECT_NEAR((GlobalPosition(bones_[1]) - GlobalPosition(bones_[0])).GetLength(), 1.0, 1e-9);
+    EXPECT_NEAR((GlobalPosition(bones_[2]) - GlobalPosition(bones_[1])).GetLength(), 1.0, 1e-9);
+    EXPECT_GT(GlobalPosition(bones_[1]).GetX(), 0.0);
+  }
+  {  // An up-vector reference on the other side flips the whole bend.
+    SCOPED_TRACE("up-vector");
+    MoveEffector(CVector3(0, 2, 0));
+    X3DObject up = root_.AddNull(L"up");
+    MATH::CTransformation t;
+    t.SetTranslationFromValues(-5, 1, 0);
+    Global(up).PutTransform(t);
+    ASSERT_TRUE(Succeeded(ChainBone(bones_[0]).PutUpVectorReference(up)));
+    expect_joints(CVector3(-h, 0.5, 0), CVector3(-h, 1.5, 0), CVector3(0, 2, 0));
+  }
+}
+
+TEST(PlanarChain, ReachesEveryTargetWithinReachKeepingLengths) {
+  // Uneven bones: equal turns reach down to about 1.3, closer targets need more. With a long
+  // last bone the chain cannot come closer than 1, and folds nearly flat near that edge.
+  const std::vector<std::vector<double>> chains = {{1.0, 2.0, 1.5, 0.5}, {1.0, 1.0, 3.0}};
+  const double closest[] = {0.0, 1.0};
+  for (size_t c = 0; c < chains.size(); ++c) {
+    const std::vector<double>& lengths = chains[c];
+    const int count = static_cast<int>(lengths.size());
+    std::vector<PlanarChainPoint> joints(lengths.size() + 1);
+    for (double distance = closest[c] + 0.001; distance < 5.0; distance += 0.01) {
+      SCOPED_TRACE(::testing::Message() << "chain " << c << " distance " << distance);
+      SolvePlanarChain(lengths.data(), count, distance, joints.data());
+      EXPECT_EQ(joints[0].u, 0.0);
+      EXPECT_EQ(joints[0].v, 0.0);
+      ASSERT_NEAR(std::hypot(joints[count].u - distance, joints[count].v), 0.0, 5e-6);
+      for (int k = 0; k < count; ++k) {
+        ASSERT_NEAR(std::hypot(joints[k + 1].u - joints[k].u, joints[k + 1].v - joints[k].v), lengths[k], 1e-12);
+      }
+    }
+    // Beyond reach: straight along +u.
+    SolvePlanarChain(lengths.data(), count, 7.0, joints.data());
+    EXPECT_NEAR(joints[1].u, lengths[0], 1e-12);
+    EXPECT_NEAR(joints[count].u, 5.0, 1e-12);
+    EXPECT_NEAR(joints[count].v, 0.0, 1e-12);
+  }
 }
 
 TEST_F(ChainTest, UpVectorAndRollChooseTheSide) {
