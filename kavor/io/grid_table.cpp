@@ -25,6 +25,10 @@ KRX::GridData FindGridTable(const KRX::ProjectItem& property, const KRX::CString
   return parameter.IsValid() ? parameter.GetGridData() : KRX::GridData();
 }
 
+bool GridHolds(const KRX::GridData& grid, int columns, int rows) {
+  return grid.IsValid() && grid.GetColumnCount() >= columns && grid.GetRowCount() >= rows;
+}
+
 std::string GridText(const KRX::GridData& grid, int column, int row) {
   return ToNarrow(grid.GetCell(column, row).GetString());
 }
@@ -38,6 +42,15 @@ int32_t GridInteger(const KRX::GridData& grid, int column, int row) {
 double GridNumber(const KRX::GridData& grid, int column, int row) {
   const double value = grid.GetCell(column, row).GetDouble();
   return std::isfinite(value) ? value : 0.0;
+}
+
+void PutGridVector(KRX::GridData& grid, int row, int first, const KRX::MATH::CVector3& v) {
+  PutGridRow(grid, row, first, {v.GetX(), v.GetY(), v.GetZ()});
+}
+
+KRX::MATH::CVector3 GridVector(const KRX::GridData& grid, int first, int row) {
+  return {GridNumber(grid, first, row), GridNumber(grid, first + 1, row),
+          GridNumber(grid, first + 2, row)};
 }
 
 }  // namespace kavor

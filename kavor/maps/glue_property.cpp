@@ -38,25 +38,12 @@ const std::vector<const wchar_t*> kSpineColumns = {
 constexpr const wchar_t* kOutdatedMessage = L"GlueMap data is outdated - please re-tag.";
 constexpr const wchar_t* kDamagedMessage = L"GlueMap data is damaged - please re-tag.";
 
-void PutVector(KRX::GridData& grid, int row, int first, const CVector3& v) {
-  PutGridRow(grid, row, first, {v.GetX(), v.GetY(), v.GetZ()});
-}
-
-CVector3 GridVector(const KRX::GridData& grid, int first, int row) {
-  return CVector3(GridNumber(grid, first, row), GridNumber(grid, first + 1, row),
-                  GridNumber(grid, first + 2, row));
-}
-
 // The table `name` when it holds the `rows` rows its count announces, with all columns.
 std::optional<KRX::GridData> CheckedTable(const KRX::CustomProperty& property, const wchar_t* name,
                                           size_t columns, int rows) {
   const KRX::GridData grid = FindGridTable(property, name);
   if (rows < 0) return std::nullopt;
-  if (rows == 0) return grid;
-  if (!grid.IsValid() || grid.GetColumnCount() < static_cast<int>(columns) ||
-      grid.GetRowCount() < rows) {
-    return std::nullopt;
-  }
+  if (rows > 0 && !GridHolds(grid, static_cast<int>(columns), rows)) return std::nullopt;
   return grid;
 }
 
@@ -134,7 +121,7 @@ void WriteGlueMap(const GlueMap& glue, const KRX::Model& model) {
     PutGridRow(
         planes, row, 0,
         {ToWide(entry.rig_node_name), ToWide(entry.plane_name), entry.sign, entry.up_length});
-    PutVector(planes, row, 4, entry.rest_transform.GetTranslation());
+    PutGridVector(planes, row, 4, entry.rest_transform.GetTranslation());
   }
 
   KRX::GridData spines = AddGridTable(property, L"Spines", kSpineColumns, rows(glue.spines.size()));
@@ -147,7 +134,7 @@ void WriteGlueMap(const GlueMap& glue, const KRX::Model& model) {
     int column = 4;
     for (const CVector3* v : {&entry.anchor_axis, &entry.anchor_roll, &entry.axis, &entry.roll_axis,
                               &entry.anchor_tangent, &entry.goal_tangent}) {
-      PutVector(spines, row, column, *v);
+      PutGridVector(spines, row, column, *v);
       column += 3;
     }
   }

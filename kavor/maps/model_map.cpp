@@ -117,8 +117,7 @@ void ReadModelMap(RetargetModel& model) {
                 "ModelMap property has type " + type + ", was expecting " + model.structure->type);
   }
   const KRX::GridData nodes = FindGridTable(property, L"Nodes");
-  if (!nodes.IsValid() || nodes.GetColumnCount() < kColumns ||
-      nodes.GetRowCount() < model.NumNodes()) {
+  if (!GridHolds(nodes, kColumns, model.NumNodes())) {
     return Fail(model, "ModelMap property has " +
                            std::to_string(nodes.IsValid() ? nodes.GetRowCount() : 0) +
                            " node rows, was expecting " + std::to_string(model.NumNodes()));
