@@ -3,6 +3,7 @@
 # Idempotent: packages already present are not fetched again, an existing build folder is
 # reused.
 #   scripts/setup.sh [BUILD_DIR] [extra cmake arguments...]
+# The default build is Release with warnings as errors; extra arguments override it.
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -29,5 +30,5 @@ if [ "${#missing[@]}" -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y --no-install-recommends "${missing[@]}"
 fi
 
-cmake -S "$here" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
+cmake -S "$here" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKAVOR_WERROR=ON "$@"
 cmake --build "$build_dir" -j"$(nproc)"

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
+#include <string>
+#include <unordered_set>
 
 #include "app/app_settings.h"
 #include "plugins/plugin_loader.h"
@@ -20,6 +22,29 @@ namespace fs = std::filesystem;
 
 bool g_terminal = false;
 bool g_bar_drawn = false;  // a progress line is on the terminal without its newline
+Verbosity g_verbosity = Verbosity::kNormal;
+std::unordered_set<std::string> g_information_shown;
+long g_repeats_hidden = 0;
+
+constexpr int kInformation = 8;
+
+// Whether a log line reaches the terminal. Errors and warnings always do; information
+// lines (progress notes, diagnostics that a flow logs on every read) are dropped by
+// --quiet and shown once each by default.
+bool ShowLogLine(const KRX::rt::LogLine& line, const std::string& text) {
+  if (line.severity < kInformation) return true;
+  switch (g_verbosity) {
+    case Verbosity::kQuiet:
+      return false;
+    case Verbosity::kVerbose:
+      return true;
+    case Verbosity::kNormal:
+      break;
+  }
+  if (g_information_shown.insert(text).second) return true;
+  ++g_repeats_hidden;
+  return false;
+}
 
 void EndProgressLine() {
   if (g_bar_drawn) {
@@ -47,11 +72,14 @@ void DrawProgress(const KRX::rt::ProgressSnapshot& bar) {
 
 }  // namespace
 
-void InstallOutput(bool terminal) {
+void InstallOutput(bool terminal, Verbosity verbosity) {
   g_terminal = terminal;
+  g_verbosity = verbosity;
   KRX::rt::SetLogSink([](const KRX::rt::LogLine& line) {
+    const std::string text = line.text.GetAsciiString();
+    if (!ShowLogLine(line, text)) return;
     EndProgressLine();
-    std::cerr << "[" << line.severity << "] " << line.text.GetAsciiString() << std::endl;
+    std::cerr << "[" << line.severity << "] " << text << std::endl;
   });
   KRX::rt::InteractionHooks hooks;
   hooks.message_box = [](const KRX::rt::MessageBoxRecord& box) {
@@ -61,12 +89,14 @@ void InstallOutput(bool terminal) {
   };
   hooks.progress = DrawProgress;
   hooks.pick = [](const KRX::rt::PickRecord& pick) {
+    if (g_verbosity == Verbosity::kQuiet) return;
     EndProgressLine();
     std::cerr << "[pick] " << pick.first_prompt.GetAsciiString() << " -> "
               << (pick.picked.IsEmpty() ? std::string("cancelled") : pick.picked.GetAsciiString())
               << std::endl;
   };
   hooks.file_browser = [](const KRX::rt::FileBrowserRecord& browser) {
+    if (g_verbosity == Verbosity::kQuiet) return;
     EndProgressLine();
     std::cerr << "[file] " << browser.title.GetAsciiString() << " -> "
               << (browser.chosen.IsEmpty() ? std::string("cancelled")
@@ -74,13 +104,21 @@ void InstallOutput(bool terminal) {
               << std::endl;
   };
   hooks.note = [](const std::string& note) {
+    if (g_verbosity == Verbosity::kQuiet) return;
     EndProgressLine();
     std::cerr << "[ui] " << note << std::endl;
   };
   KRX::rt::SetInteractionHooks(std::move(hooks));
 }
 
-void FinishOutput() { EndProgressLine(); }
+void FinishOutput() {
+  EndProgressLine();
+  if (g_repeats_hidden > 0) {
+    std::cerr << "[" << kInformation << "] " << g_repeats_hidden
+              << " repeated information line(s) not shown (--verbose shows every line)"
+              << std::endl;
+  }
+}
 
 std::string FormatReturnValue(const KRX::CValue& value) {
   switch (value.GetType()) {

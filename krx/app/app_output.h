@@ -9,10 +9,17 @@
 
 namespace krxapp {
 
+// How much of the log reaches the terminal.
+enum class Verbosity {
+  kQuiet,    // errors, warnings and message boxes only
+  kNormal,   // everything, but an information line already shown once is not repeated
+  kVerbose,  // every line
+};
+
 // Sends log lines ("[code] text"), message boxes ("[box TITLE] text") and other
 // interaction notes to stderr; draws progress bars there when stderr is a terminal.
-void InstallOutput(bool terminal);
-// Ends a progress bar line still drawn.
+void InstallOutput(bool terminal, Verbosity verbosity);
+// Ends a progress bar line still drawn and says how many repeated lines were not shown.
 void FinishOutput();
 
 // A command's return value as one line: true/false, a decimal number, or the text.

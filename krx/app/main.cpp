@@ -2,7 +2,7 @@
 // scripts and -c commands in the command-log syntax, optionally saves the scene.
 //
 //   krx [--plugin LIB] [--open SCENE] [--save SCENE] [--answers FILE] [-c 'COMMAND']
-//       [--list] [SCRIPT.krx ...]
+//       [--list] [--echo] [--quiet | --verbose] [SCRIPT.krx ...]
 //
 // Log lines go to stderr as "[code] text", message boxes as "[box TITLE] text"; a -c
 // command's return value goes to stdout. The exit status is non-zero when a script line
@@ -40,6 +40,8 @@ struct Options {
   std::vector<std::string> scripts;
   bool list = false;
   bool echo = false;
+  bool quiet = false;
+  bool verbose = false;
 };
 
 // The directory of the running program, for finding the plug-in built beside it.
@@ -120,7 +122,10 @@ bool LoadAnswers(const std::string& path) {
 }
 
 int Run(const Options& options) {
-  krxapp::InstallOutput(isatty(STDERR_FILENO) != 0);
+  const krxapp::Verbosity verbosity = options.quiet     ? krxapp::Verbosity::kQuiet
+                                      : options.verbose ? krxapp::Verbosity::kVerbose
+                                                        : krxapp::Verbosity::kNormal;
+  krxapp::InstallOutput(isatty(STDERR_FILENO) != 0, verbosity);
   krxapp::ApplyDefaultInstallationPaths(ProgramDirectory());
 
   const std::string plugin =
@@ -183,6 +188,11 @@ int main(int argc, char** argv) {
       ->allow_extra_args(false);
   app.add_flag("--list", options.list, "List what the plug-in registered");
   app.add_flag("--echo", options.echo, "Echo each command on stderr before it runs");
+  CLI::Option* quiet =
+      app.add_flag("--quiet,-q", options.quiet, "Show only errors, warnings and message boxes");
+  app.add_flag("--verbose,-v", options.verbose,
+               "Show every log line (by default an information line is shown once)")
+      ->excludes(quiet);
   app.add_option("scripts", options.scripts, "Command scripts (.krx), run in order")
       ->check(CLI::ExistingFile);
   CLI11_PARSE(app, argc, argv);
