@@ -62,6 +62,7 @@ TEST_F(InteractionTest, WithoutAnswersEveryRequestTakesItsSafeDefault) {
     QueueAnswers({{AnswerKind::Cancel, 0, CString()}, {AnswerKind::Cancel, 0, CString()}});
     EXPECT_EQ(Box(kMsgBoxYesNo), kMsgBoxResultNo);
     EXPECT_EQ(Box(kMsgBoxOkCancel), kMsgBoxResultCancel);
+    ASSERT_FALSE(MessageBoxes().empty());
     EXPECT_TRUE(MessageBoxes().back().answered);
   }
   {  // the file browser, modal pages and picks are cancelled
@@ -214,7 +215,7 @@ TEST_F(InteractionTest, ValueHistoryIsBoundedButOtherChangesAreAlwaysKept) {
   for (int i = 1; i <= steps; ++i) bar.PutValue(i);
   bar.PutCaption(L"done");  // 1 change
   EXPECT_EQ(heard, steps + 2);
-  EXPECT_EQ(ProgressHistory().size(), kMaxProgressValueRecords + 2);
+  ASSERT_EQ(ProgressHistory().size(), kMaxProgressValueRecords + 2);
   EXPECT_EQ(ProgressHistory().back().caption, CString("done"));
   EXPECT_EQ(ProgressHistory().back().value, steps);
 }

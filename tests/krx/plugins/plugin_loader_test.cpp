@@ -141,6 +141,7 @@ TEST_F(PluginLoaderTest, RefusesBadModulesAndLeavesNothingBehind) {
     ASSERT_TRUE(LoadInProcessPlugin(&KeepingEntry, nullptr));
     EXPECT_NE(g_kept_registrar.RegisterCommand(L"Late", L"Late"), CStatus::OK);
     EXPECT_FALSE(IsPluginCommand(L"Late"));
+    ASSERT_FALSE(LoadedPlugins().empty());
     EXPECT_TRUE(LoadedPlugins().back().commands.empty());
   }
 }
@@ -164,6 +165,7 @@ TEST_F(PluginLoaderTest, InProcessPluginsResolveThroughTheirTable) {
                                                    {"LocalCmd_Init", &LocalCmdInit},
                                                    {"LocalCmd_Execute", &LocalCmdExecute},
                                                })));
+  ASSERT_FALSE(LoadedPlugins().empty());
   EXPECT_TRUE(LoadedPlugins().back().path.empty());
   CValue result;
   ASSERT_EQ(ExecutePluginCommand(L"Local Cmd", {}, result), CStatus::OK);

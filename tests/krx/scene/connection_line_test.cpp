@@ -51,6 +51,7 @@ TEST_F(ConnectionLine, PointsFollowBothObjects) {
     ExpectNear(points[0], CVector3(0, 2, 0));
     ExpectNear(points[1], CVector3(0, 0, 0));
     // In the curve's own space: the parent turned +90 about Y maps world x to its -z.
+    ASSERT_FALSE(curve.GetCurvePoints().empty());
     ExpectNear(curve.GetCurvePoints()[0], CVector3(0, 2, -10));
   }
   {  // An object moved by a put, another by its curve at a new frame.

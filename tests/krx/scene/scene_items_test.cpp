@@ -101,6 +101,7 @@ TEST_F(SceneItems, FullNamesResolveBackToTheirItems) {
     EXPECT_GT(items, 100);
   }
   {  // Text values resolve as references; names of nothing give invalid references.
+    ASSERT_FALSE(knee.GetProperties().empty());
     EXPECT_EQ(CValue(CString(L"Rig.knee.Data")).GetRef(), knee.GetProperties().back().GetRef());
     EXPECT_FALSE(CRef::FromText(L"Rig.hip.knee").IsValid());
     EXPECT_FALSE(CRef::FromText(L"Rig.knee.kine.local.nothing").IsValid());
