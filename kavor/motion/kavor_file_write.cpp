@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "kavor/motion/play_control.h"
 #include "kavor/motion/pose.h"
 #include "kavor/xml/xml_document.h"
+#include "kavor/xml/xml_stream_writer.h"
 #include "kavor/xml/xml_values.h"
 
 namespace kavor {
@@ -39,24 +41,18 @@ constexpr double kSmallestChainLength = 1e-9;
 
 CString IntegerText(int64_t value) { return CString(std::to_string(value)); }
 
-void AddNumberElement(XmlDocument& document, XmlElement* parent, const wchar_t* name,
-                      double value) {
-  const CString text = NumberText(value);
-  if (text.IsEmpty()) {
-    document.AddError(CString(L"DOMElement : <") + name + L"> not written: not a finite number");
-    return;
-  }
-  document.AddTextElement(parent, name, text);
+void IntegerAttribute(XmlStreamWriter& writer, std::string_view name, int64_t value) {
+  writer.AsciiAttribute(name, std::to_string(value));
 }
 
-void SetNumberAttribute(XmlDocument& document, XmlElement* element, const wchar_t* name,
-                        double value) {
+void NumberElement(XmlStreamWriter& writer, std::string_view name, double value) {
   const CString text = NumberText(value);
   if (text.IsEmpty()) {
-    document.AddError(CString(L"Atribute : <") + name + L"> not written: not a finite number");
+    writer.AddError(L"DOMElement : <" + CString(std::string(name)) +
+                    L"> not written: not a finite number");
     return;
   }
-  document.SetAttribute(element, name, text);
+  writer.TextElement(name, text);
 }
 
 bool IsNode(const RetargetModel& model, int32_t index) {
@@ -195,80 +191,91 @@ void ApplyLift(RetargetModel& source, const LimbRoles& roles, double lift) {
   }
 }
 
-void WriteHeader(XmlDocument& document, const RetargetModel& source, int64_t frames) {
+void WriteHeader(XmlStreamWriter& writer, const RetargetModel& source, int64_t frames) {
   const ModelStructure& structure = *source.structure;
-  XmlElement* header = document.AddTextElement(document.DocumentElement(), L"HEADER", kHeaderText);
-  document.AddTextElement(header, L"VERSION", kHostVersionText);
-  document.AddTextElement(header, L"AnimationLength", IntegerText(frames));
-  AddNumberElement(document, header, L"legLength", source.leg_length);
-  AddNumberElement(document, header, L"hipOffset", source.hip_offset);
-  document.AddTextElement(header, L"numNodes", IntegerText(structure.NumNodes()));
-  document.AddTextElement(header, L"numPlanes", IntegerText(structure.NumPlanes()));
-  document.AddTextElement(header, L"structure_type", ToWide(structure.type));
+  writer.StartElement("HEADER");
+  writer.Text(kHeaderText);
+  writer.TextElement("VERSION", kHostVersionText);
+  writer.TextElement("AnimationLength", IntegerText(frames));
+  NumberElement(writer, "legLength", source.leg_length);
+  NumberElement(writer, "hipOffset", source.hip_offset);
+  writer.TextElement("numNodes", IntegerText(structure.NumNodes()));
+  writer.TextElement("numPlanes", IntegerText(structure.NumPlanes()));
+  writer.TextElement("structure_type", ToWide(structure.type));
+  writer.EndElement();
 }
 
-void WriteOutline(XmlDocument& document, const RetargetModel& source) {
+void WriteOutline(XmlStreamWriter& writer, const RetargetModel& source) {
   const ModelStructure& structure = *source.structure;
-  XmlElement* nodes = document.AddElement(document.DocumentElement(), L"NODES");
+  writer.StartElement("NODES");
   for (int32_t i = 0; i < structure.NumNodes(); ++i) {
-    XmlElement* node = document.AddElement(nodes, L"NODE");
-    document.SetAttribute(node, L"obj_IsValid",
-                          KRX::CValue(source.Node(i).object.IsValid()).GetString());
-    document.SetAttribute(node, L"name", ToWide(structure.nodes[static_cast<size_t>(i)].name));
-    SetNumberAttribute(document, node, L"length", source.Node(i).length);
+    writer.StartElement("NODE");
+    writer.Attribute("obj_IsValid", KRX::CValue(source.Node(i).object.IsValid()).GetString());
+    writer.Attribute("name", ToWide(structure.nodes[static_cast<size_t>(i)].name));
+    writer.NumberAttribute("length", source.Node(i).length);
+    writer.EndElement();
   }
-  XmlElement* planes = document.AddElement(document.DocumentElement(), L"PLANES");
+  writer.EndElement();
+  writer.StartElement("PLANES");
   for (const StructurePlane& plane : structure.planes) {
-    XmlElement* element = document.AddElement(planes, L"PLANE");
-    document.SetAttribute(element, L"name", ToWide(plane.name));
-    document.SetAttribute(element, L"span", IntegerText(plane.span));
-    document.SetAttribute(element, L"mid", IntegerText(plane.mid));
-    document.SetAttribute(element, L"anchor_index", IntegerText(plane.anchor_index));
-    document.SetAttribute(element, L"numbones",
-                          IntegerText(static_cast<int64_t>(plane.chain.size())));
+    writer.StartElement("PLANE");
+    writer.Attribute("name", ToWide(plane.name));
+    IntegerAttribute(writer, "span", plane.span);
+    IntegerAttribute(writer, "mid", plane.mid);
+    IntegerAttribute(writer, "anchor_index", plane.anchor_index);
+    IntegerAttribute(writer, "numbones", static_cast<int64_t>(plane.chain.size()));
     for (const int32_t bone : plane.chain) {
-      document.SetAttribute(document.AddElement(element, L"Bone"), L"boneindex", IntegerText(bone));
+      writer.StartElement("Bone");
+      IntegerAttribute(writer, "boneindex", bone);
+      writer.EndElement();
     }
+    writer.EndElement();
   }
+  writer.EndElement();
 }
 
-void WritePose(XmlDocument& document, XmlElement* values, const RetargetModel& source,
-               int32_t frame) {
-  XmlElement* pose = document.AddElement(values, L"POSE");
-  document.SetAttribute(pose, L"time", IntegerText(frame));
+void WritePose(XmlStreamWriter& writer, const RetargetModel& source, int32_t frame) {
+  writer.StartElement("POSE");
+  IntegerAttribute(writer, "time", frame);
   for (int32_t i = 0; i < source.NumNodes(); ++i) {
     const NodeMapEntry& entry = source.Node(i);
-    XmlElement* node = document.AddElement(pose, L"NODE");
-    document.SetAttribute(node, L"name", entry.object.GetName());
-    document.WriteTransformAttribute(node, L"global", entry.global_pose);
-    document.SetAttribute(node, L"id", IntegerText(i));
+    writer.StartElement("NODE");
+    writer.Attribute("name", entry.object.GetName());
+    writer.TransformAttribute("global", entry.global_pose);
+    IntegerAttribute(writer, "id", i);
+    writer.EndElement();
   }
+  writer.EndElement();
 }
 
-void WriteCurveKeys(XmlDocument& document, const RetargetModel& source, int32_t start,
+void WriteCurveKeys(XmlStreamWriter& writer, const RetargetModel& source, int32_t start,
                     int32_t end) {
-  XmlElement* section = document.AddElement(document.DocumentElement(), L"FCURVE_KEYS");
+  writer.StartElement("FCURVE_KEYS");
   if (FindPropertyByName(source.model, kAdjustmentPage, nullptr)) {
-    document.SetAttribute(section, L"num_nodes_with_fcurve_keys", L"0");
+    writer.AsciiAttribute("num_nodes_with_fcurve_keys", "0");
+    writer.EndElement();
     return;
   }
   const std::vector<ObjectCurveKeys> records = GatherCurveKeys(source, start, end);
-  document.SetAttribute(section, L"num_nodes_with_fcurve_keys",
-                        IntegerText(static_cast<int64_t>(records.size())));
+  IntegerAttribute(writer, "num_nodes_with_fcurve_keys", static_cast<int64_t>(records.size()));
   for (const ObjectCurveKeys& keys : records) {
-    XmlElement* node = document.AddElement(section, L"NODE");
-    document.SetAttribute(node, L"name", ToWide(keys.record.node_name));
+    writer.StartElement("NODE");
+    writer.Attribute("name", ToWide(keys.record.node_name));
     for (size_t c = 0; c < kCurveChannelNames.size(); ++c) {
       if (!keys.driven[c]) continue;
-      XmlElement* curve = document.AddElement(node, L"CURVE");
-      document.SetAttribute(curve, L"name", ToWide(kCurveChannelNames[c]));
+      writer.StartElement("CURVE");
+      writer.Attribute("name", ToWide(kCurveChannelNames[c]));
+      IntegerAttribute(writer, "numkeys", static_cast<int64_t>(keys.record.channels[c].size()));
       for (const double time : keys.record.channels[c]) {
-        SetNumberAttribute(document, document.AddElement(curve, L"KEY"), L"keytime", time);
+        writer.StartElement("KEY");
+        writer.NumberAttribute("keytime", time);
+        writer.EndElement();
       }
-      document.SetAttribute(curve, L"numkeys",
-                            IntegerText(static_cast<int64_t>(keys.record.channels[c].size())));
+      writer.EndElement();
     }
+    writer.EndElement();
   }
+  writer.EndElement();
 }
 
 CString ErrorLines(const std::vector<CString>& errors) {
@@ -300,17 +307,24 @@ bool WriteKavorFile(RetargetModel& source, const CString& path, int32_t start, i
     return false;
   }
 
-  XmlDocument document(path, false, true);
+  // The file is written as the frames are read, so that no part of it is held in memory.
+  XmlStreamWriter writer(path);
+  if (!writer.IsOpen()) {
+    ShowWarning(L"The motion file could not be written completely: " + path +
+                ErrorLines(writer.Errors()));
+    return false;
+  }
   ScopedProgressBar progress(L"Saving Normalized Data ...",
                              static_cast<int>(std::min<int64_t>((frames - 1) * 2, INT_MAX)));
-  WriteHeader(document, source, frames);
-  WriteOutline(document, source);
+  writer.StartElement("ROOT");
+  WriteHeader(writer, source, frames);
+  WriteOutline(writer, source);
 
   const double current = CurrentFrame();
   const bool has_map = FindPropertyByName(source.model, kModelMapProperty, nullptr);
   const LimbRoles roles = FindLimbRoles(source);
   const double lift = has_map ? MeasureGroundLift(source, roles, start, end, progress) : 0.0;
-  XmlElement* values = document.AddElement(document.DocumentElement(), L"POSE_VALUES");
+  writer.StartElement("POSE_VALUES");
   for (int64_t f = start; f <= end; ++f) {
     progress.Increment();
     PoseFrame(source, static_cast<int32_t>(f));
@@ -319,15 +333,16 @@ bool WriteKavorFile(RetargetModel& source, const CString& path, int32_t start, i
       RestoreLimbLengths(source, roles);
       ApplyLift(source, roles, lift);
     }
-    WritePose(document, values, source, static_cast<int32_t>(f));
+    WritePose(writer, source, static_cast<int32_t>(f));
   }
+  writer.EndElement();
   SetCurrentFrame(current);
   RefreshModel(source.model);
 
-  WriteCurveKeys(document, source, start, end);
-  if (!document.Close()) {
+  WriteCurveKeys(writer, source, start, end);
+  if (!writer.Finish()) {
     ShowWarning(L"The motion file could not be written completely: " + path +
-                ErrorLines(document.Errors()));
+                ErrorLines(writer.Errors()));
     return false;
   }
   // A file beyond what the XML reader takes could not be loaded again.

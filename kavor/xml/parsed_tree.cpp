@@ -42,10 +42,12 @@ bool HasElementChild(const DOMNode* node) {
   return false;
 }
 
-// The text without the layout around it. The printer puts a line feed and indentation
-// after text and never before it, so the trailing blanks go from their first line feed on,
-// which keeps blanks that belong to the text. Blanks alone between elements are layout.
-std::u16string WithoutLayout(const std::u16string& text) {
+}  // namespace
+
+// The printer puts a line feed and indentation after text and never before it, so the
+// trailing blanks go from their first line feed on, which keeps blanks that belong to the
+// text. Blanks alone between elements are layout.
+std::u16string TextWithoutLayout(std::u16string_view text) {
   size_t content_begin = 0;
   while (content_begin < text.size() && IsBlank(text[content_begin])) ++content_begin;
   if (content_begin == text.size()) return std::u16string();
@@ -53,11 +55,9 @@ std::u16string WithoutLayout(const std::u16string& text) {
   while (IsBlank(text[content_end - 1])) --content_end;
   const size_t begin = text.find(u'\n') < content_begin ? content_begin : 0;
   const size_t feed_after = text.find(u'\n', content_end);
-  const size_t end = feed_after == std::u16string::npos ? text.size() : feed_after;
-  return text.substr(begin, end - begin);
+  const size_t end = feed_after == std::u16string_view::npos ? text.size() : feed_after;
+  return std::u16string(text.substr(begin, end - begin));
 }
-
-}  // namespace
 
 int DeepestElement(const xercesc::DOMDocument& document, int limit) {
   int deepest = 0;
@@ -82,7 +82,7 @@ void TrimPrettyPrintLayout(xercesc::DOMDocument& document) {
     while (child != nullptr) {
       DOMNode* next = child->getNextSibling();
       if (child->getNodeType() == DOMNode::TEXT_NODE) {
-        const std::u16string text = WithoutLayout(child->getNodeValue());
+        const std::u16string text = TextWithoutLayout(child->getNodeValue());
         if (text.empty()) {
           element->removeChild(child)->release();
         } else {

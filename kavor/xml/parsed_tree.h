@@ -1,6 +1,8 @@
 // Checks and tidying applied to a tree as it comes from the parser.
 #pragma once
 
+#include <string>
+#include <string_view>
 #include <xercesc/dom/DOMDocument.hpp>
 
 namespace kavor {
@@ -15,5 +17,8 @@ int DeepestElement(const xercesc::DOMDocument& document, int limit);
 // blanks from their first line feed on; a text child of nothing but blanks is removed.
 // Text of elements without child elements is never touched.
 void TrimPrettyPrintLayout(xercesc::DOMDocument& document);
+
+// What TrimPrettyPrintLayout leaves of one such text child: empty when it goes.
+std::u16string TextWithoutLayout(std::u16string_view text);
 
 }  // namespace kavor

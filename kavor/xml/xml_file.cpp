@@ -64,32 +64,71 @@ bool IsXmlFile(const KRX::CString& path) {
 }
 
 bool ReplaceFileContents(const KRX::CString& path, std::string_view bytes, KRX::CString* why) {
+  ReplacingFileWriter writer;
+  if (!writer.Open(path, why)) return false;
+  writer.Write(bytes);
+  return writer.Commit(why);
+}
+
+ReplacingFileWriter::~ReplacingFileWriter() { Discard(); }
+
+bool ReplacingFileWriter::Open(const KRX::CString& path, KRX::CString* why) {
+  Discard();
   if (!IsUsablePath(path)) {
     SetWhy(why, "no file name");
     return false;
   }
-  const std::string native = path.GetAsciiString();
-  const std::string temporary = native + ".tmp" + std::to_string(getpid());
-  const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) {
+  native_ = path.GetAsciiString();
+  temporary_ = native_ + ".tmp" + std::to_string(getpid());
+  fd_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd_ < 0) {
     SetWhy(why, std::string("cannot create the file: ") + std::strerror(errno));
     return false;
   }
-  const bool written = WriteAll(fd, bytes);
-  const int write_error = errno;
-  const bool closed = close(fd) == 0;
-  if (!written || !closed) {
-    unlink(temporary.c_str());
-    SetWhy(why, std::string("cannot write the file: ") + std::strerror(write_error));
+  failed_ = false;
+  write_error_ = 0;
+  buffer_.reserve(kBufferBytes + 1024);
+  return true;
+}
+
+void ReplacingFileWriter::Flush() {
+  if (fd_ >= 0 && !failed_ && !WriteAll(fd_, buffer_)) {
+    failed_ = true;
+    write_error_ = errno;
+  }
+  buffer_.clear();
+}
+
+bool ReplacingFileWriter::Commit(KRX::CString* why) {
+  if (fd_ < 0) {
+    SetWhy(why, "no file is open");
     return false;
   }
-  if (std::rename(temporary.c_str(), native.c_str()) != 0) {
+  Flush();
+  const int fd = fd_;
+  fd_ = -1;
+  const bool closed = close(fd) == 0;
+  if (failed_ || !closed) {
+    const int error = failed_ ? write_error_ : errno;
+    unlink(temporary_.c_str());
+    SetWhy(why, std::string("cannot write the file: ") + std::strerror(error));
+    return false;
+  }
+  if (std::rename(temporary_.c_str(), native_.c_str()) != 0) {
     const int rename_error = errno;
-    unlink(temporary.c_str());
+    unlink(temporary_.c_str());
     SetWhy(why, std::string("cannot replace the file: ") + std::strerror(rename_error));
     return false;
   }
   return true;
+}
+
+void ReplacingFileWriter::Discard() {
+  buffer_.clear();
+  if (fd_ < 0) return;
+  close(fd_);
+  fd_ = -1;
+  unlink(temporary_.c_str());
 }
 
 }  // namespace kavor

@@ -1,6 +1,7 @@
 // XML files as files: telling them from the older text forms, and writing them safely.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "krx/value.h"
@@ -18,5 +19,49 @@ bool IsXmlFile(const KRX::CString& path);
 // False with the reason in `why` (optional) when the file cannot be written.
 bool ReplaceFileContents(const KRX::CString& path, std::string_view bytes,
                          KRX::CString* why = nullptr);
+
+// A file written piece by piece that replaces the file at `path` only once it is complete:
+// the pieces go through a buffer to a temporary file beside `path`, which Commit() renames
+// over it. A writer destroyed before Commit() removes the temporary file and leaves the old
+// file as it was. Move-only.
+class ReplacingFileWriter {
+ public:
+  ReplacingFileWriter() = default;
+  ~ReplacingFileWriter();
+  ReplacingFileWriter(const ReplacingFileWriter&) = delete;
+  ReplacingFileWriter& operator=(const ReplacingFileWriter&) = delete;
+
+  // Creates the temporary file. False with the reason in `why` (optional) when it cannot be
+  // created; the writer then takes no pieces.
+  bool Open(const KRX::CString& path, KRX::CString* why = nullptr);
+  bool IsOpen() const { return fd_ >= 0; }
+
+  // Appends bytes. A failed write is remembered and reported by Commit().
+  void Write(std::string_view bytes) {
+    buffer_.append(bytes);
+    if (buffer_.size() >= kBufferBytes) Flush();
+  }
+  void Write(char byte) {
+    buffer_.push_back(byte);
+    if (buffer_.size() >= kBufferBytes) Flush();
+  }
+
+  // Writes what is buffered, closes the temporary file and renames it over the path. False
+  // with the reason in `why` (optional) when any of that, or an earlier write, failed; the
+  // temporary file is then removed.
+  bool Commit(KRX::CString* why = nullptr);
+
+ private:
+  static constexpr size_t kBufferBytes = size_t{1} << 16;
+  void Flush();
+  void Discard();
+
+  int fd_ = -1;
+  int write_error_ = 0;
+  bool failed_ = false;
+  std::string native_;
+  std::string temporary_;
+  std::string buffer_;
+};
 
 }  // namespace kavor

@@ -77,17 +77,23 @@ bool ParseNumberText(const KRX::CString& text, double* out) {
 }
 
 bool ParseTransformText(const KRX::CString& text, KRX::MATH::CTransformation* out) {
-  const std::string narrow = ToNarrow(text);
+  return ParseTransformAscii(ToNarrow(text), out);
+}
+
+bool ParseNumberAscii(std::string_view text, double* out) { return ParseNumber(text, out); }
+
+bool ParseTransformAscii(std::string_view narrow, KRX::MATH::CTransformation* out) {
   std::array<double, 7> values{};
   size_t count = 0;
   size_t start = 0;
   while (true) {
     const size_t comma = narrow.find(',', start);
-    const std::string_view field = std::string_view(narrow).substr(
-        start, comma == std::string::npos ? std::string::npos : comma - start);
+    const std::string_view field =
+        narrow.substr(start, comma == std::string_view::npos ? std::string_view::npos
+                                                             : comma - start);
     if (count == values.size() || !ParseNumber(field, &values[count])) return false;
     ++count;
-    if (comma == std::string::npos) break;
+    if (comma == std::string_view::npos) break;
     start = comma + 1;
   }
   if (count != values.size()) return false;

@@ -8,6 +8,8 @@
 // changing them.
 #pragma once
 
+#include <string_view>
+
 #include "krx/math.h"
 #include "krx/value.h"
 
@@ -32,5 +34,9 @@ bool ParseNumberText(const KRX::CString& text, double* out);
 // and its rotation from the axis (need not be unit; a zero axis gives no rotation) and the
 // angle, leaving its scaling as it was. False (and `out` unchanged) otherwise.
 bool ParseTransformText(const KRX::CString& text, KRX::MATH::CTransformation* out);
+
+// ParseNumberText and ParseTransformText over 8-bit text, for readers that have it at hand.
+bool ParseNumberAscii(std::string_view text, double* out);
+bool ParseTransformAscii(std::string_view text, KRX::MATH::CTransformation* out);
 
 }  // namespace kavor
