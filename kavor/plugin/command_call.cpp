@@ -1,5 +1,6 @@
 #include "kavor/plugin/command_call.h"
 
+#include <cassert>
 #include <exception>
 #include <optional>
 
@@ -7,23 +8,67 @@
 
 namespace kavor {
 
-KRX::CStatus DeclareCommand(KRX::CRef& context,
-                            std::initializer_list<const wchar_t*> argument_names,
-                            CommandReturn return_value, int flags) {
-  try {
-    KRX::Command command(KRX::Context(context).GetSource());
-    command.EnableReturnValue(return_value == CommandReturn::kEnabled);
-    if (flags != 0) command.SetFlag(flags, true);
-    KRX::ArgumentArray arguments = command.GetArguments();
-    for (const wchar_t* name : argument_names) arguments.Add(name, KRX::CValue());
-  } catch (const std::exception& e) {
-    LogError(KRX::CString("Command initialisation failed: ") + KRX::CString(e.what()));
-  }
-  return KRX::CStatus::OK;
+namespace {
+
+KRX::CString CheckMessage(const CommandSpec& spec, const char* verb, const char* words) {
+  return KRX::CString(spec.name) + " command " + verb + " " + words;
 }
 
-CommandCall::CommandCall(KRX::CRef& context, OnFailure on_failure)
-    : context_(context), on_failure_(on_failure) {
+KRX::CString MissingMessage(const CommandSpec& spec, const ArgumentSpec& argument) {
+  return CheckMessage(spec, "missing", argument.missing);
+}
+
+KRX::CString InvalidMessage(const CommandSpec& spec, const ArgumentSpec& argument) {
+  return CheckMessage(spec, "invalid",
+                      argument.invalid != nullptr ? argument.invalid : argument.missing);
+}
+
+bool IsMissing(const CommandCall& call, size_t index, ArgumentCheck check) {
+  switch (check) {
+    case ArgumentCheck::kOptional:
+      return false;
+    case ArgumentCheck::kPresent:
+    case ArgumentCheck::kValidModel:
+      return !call.Has(index);
+    case ArgumentCheck::kPresentAfterGiven:
+      return index > 0 && call.Has(index - 1) && !call.Has(index);
+  }
+  return false;
+}
+
+bool IsInvalid(const CommandCall& call, size_t index, ArgumentCheck check) {
+  return check == ArgumentCheck::kValidModel && !call.ModelAt(index).IsValid();
+}
+
+// The message of the first check that fails, in the row's order; empty when all hold.
+// Arguments after a failed check are not read.
+KRX::CString FirstFailedCheck(const CommandSpec& spec, const CommandCall& call) {
+  const size_t count = spec.ArgumentCount();
+  const bool validity_later = spec.order == CheckOrder::kPresenceFirst;
+  for (size_t i = 0; i < count; ++i) {
+    const ArgumentSpec& argument = spec.arguments[i];
+    if (IsMissing(call, i, argument.check)) return MissingMessage(spec, argument);
+    if (!validity_later && IsInvalid(call, i, argument.check)) {
+      return InvalidMessage(spec, argument);
+    }
+  }
+  if (validity_later) {
+    for (size_t i = 0; i < count; ++i) {
+      const ArgumentSpec& argument = spec.arguments[i];
+      if (IsInvalid(call, i, argument.check)) return InvalidMessage(spec, argument);
+    }
+  }
+  return KRX::CString();
+}
+
+void StoreReturnValue(KRX::CRef& context, const KRX::CValue& value) {
+  KRX::Context(context).PutAttribute(L"ReturnValue", value);
+}
+
+}  // namespace
+
+CommandCall::CommandCall(KRX::CRef& context, const CommandSpec& spec)
+    : context_(context), spec_(spec) {
   const KRX::CValue arguments = KRX::Context(context_).GetAttribute(L"Arguments");
   if (arguments.GetType() == KRX::ValueType::Array) arguments_ = arguments.GetArray();
 }
@@ -32,20 +77,29 @@ bool CommandCall::Has(size_t index) const {
   return index < arguments_.size() && !arguments_[index].IsEmpty();
 }
 
+void CommandCall::ExpectKind([[maybe_unused]] size_t index,
+                             [[maybe_unused]] ArgumentKind kind) const {
+  assert(index < spec_.ArgumentCount() && spec_.arguments[index].kind == kind);
+}
+
 KRX::Model CommandCall::ModelAt(size_t index) const {
+  ExpectKind(index, ArgumentKind::kModel);
   if (!Has(index)) return KRX::Model();
   return KRX::Model(arguments_[index].GetRef());
 }
 
 KRX::CString CommandCall::TextAt(size_t index) const {
+  ExpectKind(index, ArgumentKind::kText);
   return Has(index) ? arguments_[index].GetString() : KRX::CString();
 }
 
 int32_t CommandCall::IntegerAt(size_t index) const {
+  ExpectKind(index, ArgumentKind::kInteger);
   return Has(index) ? arguments_[index].GetInt() : 0;
 }
 
 bool CommandCall::FlagAt(size_t index) const {
+  ExpectKind(index, ArgumentKind::kFlag);
   return Has(index) ? arguments_[index].GetBool() : false;
 }
 
@@ -61,50 +115,47 @@ KRX::CString CommandCall::TextOr(size_t index, const KRX::CString& fallback) con
   return Has(index) ? TextAt(index) : fallback;
 }
 
-bool CommandCall::Require(size_t index, const wchar_t* missing_message) {
-  return Check(Has(index), missing_message);
-}
-
-bool CommandCall::RequireModel(size_t index, KRX::Model* model, const wchar_t* missing_message,
-                               const wchar_t* invalid_message) {
-  if (!Require(index, missing_message)) return false;
-  *model = ModelAt(index);
-  return Check(model->IsValid(), invalid_message);
-}
-
-bool CommandCall::Check(bool condition, const wchar_t* message) {
-  if (!condition) Fail(message);
-  return condition;
-}
-
-void CommandCall::Fail(const KRX::CString& message) {
-  LogWarning(message);
-  if (on_failure_ == OnFailure::kStoreFalse) Return(false);
-}
-
-void CommandCall::Return(const KRX::CValue& value) {
-  KRX::Context(context_).PutAttribute(L"ReturnValue", value);
-}
-
 double CommandCall::TimeFrames() const { return KRX::OperatorContext(context_).GetTime(); }
 
-KRX::CStatus ExecuteCommandBody(KRX::CRef& context, const char* name, OnFailure on_failure,
-                                CommandBody body) {
+KRX::CStatus InitCommand(KRX::CRef& context, const CommandSpec& spec) {
+  try {
+    KRX::Command command(KRX::Context(context).GetSource());
+    command.EnableReturnValue(spec.returns != CommandReturn::kNone);
+    if (spec.flags != 0) command.SetFlag(spec.flags, true);
+    KRX::ArgumentArray arguments = command.GetArguments();
+    for (size_t i = 0; i < spec.ArgumentCount(); ++i) {
+      arguments.Add(spec.arguments[i].name, KRX::CValue());
+    }
+  } catch (const std::exception& e) {
+    LogError(KRX::CString("Command initialisation failed: ") + KRX::CString(e.what()));
+  }
+  return KRX::CStatus::OK;
+}
+
+KRX::CStatus ExecuteCommand(KRX::CRef& context, const CommandSpec& spec) {
+  const bool stores_value = spec.returns == CommandReturn::kValue;
   // Nothing may leave the callback, not even from the reporting of a failure.
   try {
     std::optional<CommandCall> call;
     KRX::CString failure;
     try {
-      call.emplace(context, on_failure);
-      body(*call);
+      call.emplace(context, spec);
+      const KRX::CString failed_check = FirstFailedCheck(spec, *call);
+      if (!failed_check.IsEmpty()) {
+        LogWarning(failed_check);
+        if (stores_value) StoreReturnValue(context, false);
+        return KRX::CStatus::OK;
+      }
+      const KRX::CValue result = spec.hand_over(*call);
+      if (stores_value) StoreReturnValue(context, result);
     } catch (const std::exception& e) {
-      failure = KRX::CString(name) + KRX::CString(" command failed: ") + KRX::CString(e.what());
+      failure = KRX::CString(spec.name) + " command failed: " + KRX::CString(e.what());
     } catch (...) {
-      failure = KRX::CString(name) + KRX::CString(" command failed.");
+      failure = KRX::CString(spec.name) + " command failed.";
     }
     if (!failure.IsEmpty()) {
       LogError(failure);
-      if (call && on_failure == OnFailure::kStoreFalse) call->Return(false);
+      if (call && stores_value) StoreReturnValue(context, false);
     }
   } catch (...) {
   }

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "kavor/host/host.h"
+#include "kavor/plugin/command_table.h"
 #include "kavor/plugin/shared_names.h"
 #include "krx/plugin.h"
 
@@ -14,31 +15,6 @@ constexpr const wchar_t* kAuthor = L"KAVOR team";
 constexpr const wchar_t* kPluginName = L"KAVOR Plug-in";
 constexpr int kVersionMajor = 3;
 constexpr int kVersionMinor = 0;
-
-// Each command is registered with its script name equal to its name.
-constexpr const wchar_t* kCommands[] = {
-    L"Retarget",
-    L"RetargetBVH",
-    L"RetargetC3DData",
-    L"ImportC3DFile",
-    L"SaveC3DPoseMap",
-    L"SetTagValue",
-    L"SaveTagTemplateFile",
-    L"LoadTagTemplateFile",
-    L"InheritRetargetSetup",
-    L"ApplyTagsToRig",
-    L"CleanTagsFromRig",
-    L"SetStructureFile",
-    L"RetargetExtractStartFrame",
-    L"RetargetExtractEndFrame",
-    L"LoadKavorFile",
-    L"SaveKavorFile",
-    L"RemoveAllKavorPropsAndOps",
-    L"PlotRetargetMotion",
-    L"RemoveKAVOROperators",
-    L"SaveKAVORAdjustmentPresetFile",
-    L"LoadKAVORAdjustmentPresetFile",
-};
 
 constexpr const wchar_t* kMocapToRig = L"MocapToRig";
 
@@ -65,7 +41,10 @@ void RegisterEverything(KRX::PluginRegistrar& registrar) {
   registrar.PutAuthor(kAuthor);
   registrar.PutName(kPluginName);
   registrar.PutVersion(kVersionMajor, kVersionMinor);
-  for (const wchar_t* command : kCommands) registrar.RegisterCommand(command, command);
+  // Each command is registered with its script name equal to its name, in table order.
+  for (const CommandSpec& command : CommandTable()) {
+    registrar.RegisterCommand(command.name, command.name);
+  }
   for (const wchar_t* property : kProperties) registrar.RegisterProperty(property);
   for (const wchar_t* menu : kMenus) {
     registrar.RegisterMenu(kMenuAnchor, menu, /*submenu=*/false, /*dynamic=*/false);

@@ -1,111 +1,197 @@
-// Every command driven by name through the host, as a script or a page runs it: what its
-// _Init declares, each check with the message it logs, what the command hands back, and
-// the hand-over to its work.
+// Every command driven by name through the host, as a script or a page runs it: its
+// registration and _Init, each check with the message it logs, what the command hands
+// back, and the operation it hands its work to.
+#include <cctype>
 #include <string>
 #include <vector>
 
 #include "e2e/kavor_module.h"
 #include "runtime/commands.h"
 #include "runtime/log.h"
+#include "runtime/scene_state.h"
 
 namespace kavor::e2e {
 namespace {
 
-enum class Back { kFalse, kNothing, kZero };
+// What a command hands back: a value stored as "ReturnValue", or nothing at all.
+const KRX::CValue kFalse(false);
+const KRX::CValue kTrue(true);
+const KRX::CValue kZero(0);
+const KRX::CValue kNothing;
 
-// A command's required arguments as kinds: M model (missing, then invalid), T text,
-// I integer, F flag (missing only). `checks` are the messages of its checks in order,
-// without the "<command> command " in front; `operation` names the work it hands over to
-// (null: the work succeeds quietly on the test scene).
+// One letter per argument, in order:
+//   M  model: refused when missing, then right away when it names no model
+//   m  model: refused when missing; naming no model is refused after every other check
+//   T I F  text, integer, flag: refused when missing
+//   t i f  optional: never refused
+//   W  text refused when missing while the argument before it is given
 struct CommandCase {
   const char* command;
   std::vector<std::string> arguments;
   const char* kinds;
+  // The messages of the checks in order, after "<command> command ".
   std::vector<std::string> checks;
-  const char* operation;  // the hand-over logged; "" once the operation is real
-  Back back;
+  // The first warning of the operation called with every argument valid on the test
+  // scene (a model without tags, a file that does not exist; "" when it logs none), and
+  // what the command then hands back. A failed check hands back false, or nothing where
+  // the command stores nothing.
+  std::string handed_over;
+  KRX::CValue back;
 };
 
 const std::vector<CommandCase> kCommands = {
-    {"Retarget", {"sourcemodel", "targetmodel", "strarttime", "endtime"}, "MMII",
+    {"Retarget",
+     {"sourcemodel", "targetmodel", "strarttime", "endtime"},
+     "MMII",
      {"missing source model.", "invalid source model.", "missing destination model.",
       "invalid destination model.", "missing start frame.", "missing end frame."},
-     "RetargetRigToRig", Back::kFalse},
-    {"RetargetBVH", {"targetmodel", "bvhfile", "mapfile"}, "MTT",
+     "RetargetRigToRig is not available yet.",
+     kFalse},
+    {"RetargetBVH",
+     {"targetmodel", "bvhfile", "mapfile"},
+     "MTT",
      {"missing destination model.", "invalid destination model.", "missing bvhfile.",
       "missing mapfile."},
-     "RetargetBvh", Back::kFalse},
-    {"RetargetC3DData", {"c3dfile", "mapfile"}, "TT",
-     {"missing the c3d file.", "missing the map  file."}, "RetargetC3dData", Back::kFalse},
-    {"ImportC3DFile", {"c3dfile", "updir", "create_esr_Optional", "esr_structuretemplate_Optional"},
-     "T", {"missing the c3d file."}, "ImportC3dFile", Back::kFalse},
-    {"SaveC3DPoseMap", {"c3dmodel", "ESR_rig", "Map_file"}, "MMT",
+     "RetargetBvh is not available yet.",
+     kFalse},
+    {"RetargetC3DData",
+     {"c3dfile", "mapfile"},
+     "TT",
+     {"missing the c3d file.", "missing the map  file."},
+     "RetargetC3dData is not available yet.",
+     kFalse},
+    {"ImportC3DFile",
+     {"c3dfile", "updir", "create_esr_Optional", "esr_structuretemplate_Optional"},
+     "TifW",
+     {"missing the c3d file.", "missing the structure file for ESR model."},
+     "ImportC3dFile is not available yet.",
+     kFalse},
+    {"SaveC3DPoseMap",
+     {"c3dmodel", "ESR_rig", "Map_file"},
+     "MMT",
      {"missing the c3dmodel", "invalid c3dmodel", "missing the ESR rig", "invalid ESR rig",
       "missing the Map file"},
-     "SaveC3dPoseMap", Back::kFalse},
-    // "" as the operation: implemented, and driven by the tagging and motion file tests.
-    {"SetTagValue", {"model", "tagname", "tagvalue", "tagtype"}, "MTTI",
+     "SaveC3dPoseMap is not available yet.",
+     kFalse},
+    {"SetTagValue",
+     {"model", "tagname", "tagvalue", "tagtype"},
+     "MTTI",
      {"missing model.", "invalid model.", "missing tagname.", "missing tagvalue.",
       "missing tagtype."},
-     "", Back::kFalse},
-    {"SaveTagTemplateFile", {"model", "tag_template_filename"}, "MT",
-     {"missing model.", "invalid model.", "missing template file."}, "", Back::kFalse},
-    {"LoadTagTemplateFile", {"targetmodel", "template"}, "MT",
-     {"missing model.", "invalid model.", "missing template file."}, "", Back::kFalse},
-    {"InheritRetargetSetup", {"targetmodel", "template"}, "MT",
-     {"missing destination model.", "invalid destination model.", "missing template file."}, "",
-     Back::kFalse},
-    {"ApplyTagsToRig", {"targetmodel"}, "M", {"missing model.", "invalid model."}, "",
-     Back::kFalse},
-    {"CleanTagsFromRig", {"targetmodel"}, "M", {"missing model.", "invalid model."}, "",
-     Back::kFalse},
-    {"SetStructureFile", {"targetmodel", "structurefile"}, "MT",
-     {"missing model.", "invalid model.", "missing structure file."}, "", Back::kFalse},
+     "SetTagValue: the model has no structure; choose a structure file first.",
+     kFalse},
+    {"SaveTagTemplateFile",
+     {"model", "tag_template_filename"},
+     "MT",
+     {"missing model.", "invalid model.", "missing template file."},
+     "Incorrect tagging. Please re-tag.",
+     kFalse},
+    {"LoadTagTemplateFile",
+     {"targetmodel", "template"},
+     "MT",
+     {"missing model.", "invalid model.", "missing template file."},
+     "",
+     kTrue},
+    {"InheritRetargetSetup",
+     {"targetmodel", "template"},
+     "MT",
+     {"missing destination model.", "invalid destination model.", "missing template file."},
+     "",
+     kTrue},
+    {"ApplyTagsToRig",
+     {"targetmodel"},
+     "M",
+     {"missing model.", "invalid model."},
+     "cannot find structure file: *",
+     kFalse},
+    {"CleanTagsFromRig", {"targetmodel"}, "M", {"missing model.", "invalid model."}, "", kTrue},
+    {"SetStructureFile",
+     {"targetmodel", "structurefile"},
+     "MT",
+     {"missing model.", "invalid model.", "missing structure file."},
+     "cannot find structure file: file.txt",
+     kFalse},
     // A model without motion has no range: the integer 0, and nothing logged.
-    {"RetargetExtractStartFrame", {"model"}, "M",
-     {"missing source model.", "invalid source model."}, nullptr, Back::kZero},
-    {"RetargetExtractEndFrame", {"model"}, "M", {"missing source model.", "invalid source model."},
-     nullptr, Back::kZero},
-    {"LoadKavorFile", {"targetmodel", "kavorfile", "start"}, "MT",
+    {"RetargetExtractStartFrame",
+     {"model"},
+     "M",
+     {"missing source model.", "invalid source model."},
+     "",
+     kZero},
+    {"RetargetExtractEndFrame",
+     {"model"},
+     "M",
+     {"missing source model.", "invalid source model."},
+     "",
+     kZero},
+    {"LoadKavorFile",
+     {"targetmodel", "kavorfile", "start"},
+     "MTi",
      {"missing destination model.", "invalid destination model.", "missing kavorfile."},
-     "LoadKavorMotion", Back::kFalse},
-    {"SaveKavorFile", {"model", "kavorfile", "start", "end"}, "MTII",
+     "LoadKavorMotion is not available yet.",
+     kFalse},
+    {"SaveKavorFile",
+     {"model", "kavorfile", "start", "end"},
+     "MTII",
      {"missing source model.", "invalid source model.", "missing kavorfile.",
       "missing start frame.", "missing end frame."},
-     "", Back::kFalse},
-    {"RemoveAllKavorPropsAndOps", {"model"}, "M",
-     {"missing target model.", "invalid target model."}, "RemoveAllKavorSetup", Back::kNothing},
-    {"PlotRetargetMotion", {"model", "preserve", "inflection", "interval", "step", "start", "end"},
+     "Cannot create structure.",
+     kFalse},
+    {"RemoveAllKavorPropsAndOps",
+     {"model"},
+     "M",
+     {"missing target model.", "invalid target model."},
+     "RemoveAllKavorSetup is not available yet.",
+     kNothing},
+    {"PlotRetargetMotion",
+     {"model", "preserve", "inflection", "interval", "step", "start", "end"},
      "MFFFIII",
      {"missing target model.", "invalid target model.", "missing preserve.", "missing inflection.",
       "missing interval.", "missing step.", "missing start.", "missing end."},
-     "MotionPlotter", Back::kNothing},
-    {"RemoveKAVOROperators", {"model"}, "M", {"missing target model.", "invalid target model."},
-     "RemoveRetargetSetup", Back::kNothing},
-    // The preset commands check the file before the model's validity: their checks are
-    // driven by PresetCommandsCheckTheFileBeforeTheModel.
-    {"SaveKAVORAdjustmentPresetFile", {"model", "filename"}, "", {}, nullptr, Back::kNothing},
-    {"LoadKAVORAdjustmentPresetFile", {"model", "filename"}, "", {}, nullptr, Back::kNothing},
+     "MotionPlotter is not available yet.",
+     kNothing},
+    {"RemoveKAVOROperators",
+     {"model"},
+     "M",
+     {"missing target model.", "invalid target model."},
+     "",
+     kNothing},
+    // The file is checked before the model's validity.
+    {"SaveKAVORAdjustmentPresetFile",
+     {"model", "filename"},
+     "mT",
+     {"missing target model.", "missing file path.", "invalid target model."},
+     "SaveAdjustmentPreset is not available yet.",
+     kNothing},
+    {"LoadKAVORAdjustmentPresetFile",
+     {"model", "filename"},
+     "mT",
+     {"missing target model.", "missing file path.", "invalid target model."},
+     "LoadAdjustmentPreset is not available yet.",
+     kNothing},
 };
 
 // Argument values. "Hero" names a model of the test scene, "Nobody" nothing at all.
 const KRX::CValue kMissing;
 const KRX::CValue kHero(L"Hero");
 const KRX::CValue kNobody(L"Nobody");
-const KRX::CValue kFile(L"/tmp/kavor-e2e/file.txt");
+const KRX::CValue kFile(L"/tmp/kavor-e2e/missing/file.txt");
 const KRX::CValue kTen(10);
-const KRX::CValue kNo(false);
+const KRX::CValue kNo(false);  // a flag given as false still counts as given
 
 KRX::CValue ValidArgument(char kind) {
   switch (kind) {
     case 'M':
+    case 'm':
       return kHero;
-    case 'T':
-      return kFile;
     case 'I':
+    case 'i':
       return kTen;
+    case 'F':
+    case 'f':
+      return kNo;
     default:
-      return kNo;  // a flag given as false still counts as given
+      return kFile;
   }
 }
 
@@ -117,45 +203,42 @@ class CommandCheckTest : public KavorModuleTest {
     KRX::rt::ClearLog();
   }
 
-  // Runs the command and checks the single warning it logs (none for an empty `warning`)
-  // and what it hands back.
+  // Runs the command and checks the first warning it logs (none for an empty `warning`)
+  // and what it hands back. A failed check logs no error; an operation may.
   static void Expect(const std::string& command, const KRX::CValueArray& arguments,
-                     const std::string& warning, Back back) {
+                     const std::string& warning, const KRX::CValue& back,
+                     bool errors_allowed = false) {
     SCOPED_TRACE(command + " with " + std::to_string(arguments.size()) +
                  " argument(s), expecting \"" + warning + "\"");
     KRX::rt::ClearLog();
     KRX::CValue result(L"untouched");
     EXPECT_EQ(KRX::Application().ExecuteCommand(KRX::CString(command), arguments, result),
               KRX::CStatus::OK);
-    const std::vector<std::string> expected =
-        warning.empty() ? std::vector<std::string>{} : std::vector<std::string>{warning};
-    EXPECT_EQ(LoggedTexts(KRX::kSeverityWarning), expected);
-    EXPECT_TRUE(LoggedTexts(KRX::kSeverityError).empty());
-    switch (back) {
-      case Back::kFalse:
-        EXPECT_EQ(result.GetType(), KRX::ValueType::Bool);
-        EXPECT_FALSE(result.GetBool());
-        break;
-      case Back::kNothing:
-        EXPECT_TRUE(result.IsEmpty());
-        break;
-      case Back::kZero:
-        EXPECT_EQ(result.GetType(), KRX::ValueType::Int);
-        EXPECT_EQ(result.GetInt(), 0);
-        break;
+    const std::vector<std::string> warnings = LoggedTexts(KRX::kSeverityWarning);
+    if (warning.empty()) {
+      EXPECT_EQ(warnings, std::vector<std::string>{});
+    } else {
+      ASSERT_FALSE(warnings.empty());
+      EXPECT_EQ(warnings[0], warning);
     }
-  }
-
-  // A failed check hands back false, or nothing where the command stores nothing.
-  static Back OnFailure(const CommandCase& row) {
-    return row.back == Back::kNothing ? Back::kNothing : Back::kFalse;
+    if (!errors_allowed) {
+      EXPECT_EQ(LoggedTexts(KRX::kSeverityError), std::vector<std::string>{});
+    }
+    EXPECT_EQ(result.GetType(), back.GetType());
+    EXPECT_TRUE(result == back);
   }
 };
 
-TEST_F(CommandCheckTest, InitDeclaresTheArguments) {
-  ASSERT_EQ(kCommands.size(), 21u);
-  for (const CommandCase& row : kCommands) {
+// Registration in the table's order, what each _Init declares, then each check in turn: the
+// arguments before it valid, its own missing (or naming nothing), the ones after it left
+// out. With every argument valid the command hands over to its operation.
+TEST_F(CommandCheckTest, EveryCommandChecksAndHandsOver) {
+  ASSERT_EQ(module_->commands.size(), kCommands.size());
+  for (size_t i = 0; i < kCommands.size(); ++i) {
+    const CommandCase& row = kCommands[i];
     SCOPED_TRACE(row.command);
+    EXPECT_EQ(module_->commands[i].name.GetAsciiString(), row.command);
+    EXPECT_EQ(module_->commands[i].script_name, module_->commands[i].name);
     KRX::rt::PluginCommandInfo info;
     ASSERT_TRUE(KRX::rt::DescribePluginCommand(KRX::CString(row.command), &info));
     std::vector<std::string> names;
@@ -166,110 +249,103 @@ TEST_F(CommandCheckTest, InitDeclaresTheArguments) {
     const bool removes_all = std::string(row.command) == "RemoveAllKavorPropsAndOps";
     EXPECT_EQ(info.return_value, !removes_all);
     EXPECT_EQ(info.flags, removes_all ? 0x800000 : 0);
-  }
-}
 
-// Each check in turn: the arguments before it are valid, its own is missing (or names
-// nothing), and the ones after it are left out. With all of them valid the command hands
-// over to its operation.
-TEST_F(CommandCheckTest, EachCheckLogsItsMessage) {
-  for (const CommandCase& row : kCommands) {
-    if (row.kinds[0] == '\0') continue;  // checked in an order of their own
     const std::string prefix = std::string(row.command) + " command ";
+    const KRX::CValue& on_failure = row.back.IsEmpty() ? kNothing : kFalse;
+    const std::string kinds = row.kinds;
+    ASSERT_EQ(kinds.size(), row.arguments.size());
     KRX::CValueArray valid;
     size_t check = 0;
-    for (const char* kind = row.kinds; *kind != '\0'; ++kind) {
-      KRX::CValueArray arguments = valid;
-      Expect(row.command, arguments, prefix + row.checks.at(check++), OnFailure(row));
-      if (*kind == 'M') {
-        arguments.push_back(kNobody);
-        Expect(row.command, arguments, prefix + row.checks.at(check++), OnFailure(row));
+    for (const char kind : kinds) {
+      if (kind == 'M' || kind == 'm') {
+        Expect(row.command, valid, prefix + row.checks.at(check++), on_failure);
+        if (kind == 'M') {
+          KRX::CValueArray arguments = valid;
+          arguments.push_back(kNobody);
+          Expect(row.command, arguments, prefix + row.checks.at(check++), on_failure);
+        }
+      } else if (std::isupper(static_cast<unsigned char>(kind))) {
+        // A model checked later names nothing here: its validity must not come first.
+        KRX::CValueArray arguments = valid;
+        if (kinds[0] == 'm') arguments[0] = kNobody;
+        Expect(row.command, arguments, prefix + row.checks.at(check++), on_failure);
       }
-      valid.push_back(ValidArgument(*kind));
+      valid.push_back(ValidArgument(kind));
     }
-    EXPECT_EQ(check, row.checks.size()) << row.command;
-    if (row.operation && *row.operation == '\0') continue;
-    const std::string handed_over =
-        row.operation ? std::string(row.operation) + " is not available yet." : "";
-    Expect(row.command, valid, handed_over, row.back);
+    if (kinds[0] == 'm') {
+      KRX::CValueArray arguments = valid;
+      arguments[0] = kNobody;
+      Expect(row.command, arguments, prefix + row.checks.at(check++), on_failure);
+    }
+    EXPECT_EQ(check, row.checks.size());
+    Expect(row.command, valid, row.handed_over, row.back, /*errors_allowed=*/true);
   }
 }
 
-TEST_F(CommandCheckTest, ChecksStopAtTheFirstFailure) {
-  Expect("Retarget", {kMissing, kNobody, kMissing, kTen}, "Retarget command missing source model.",
-         Back::kFalse);
-  Expect("Retarget", {kHero, kHero, kMissing, kMissing}, "Retarget command missing start frame.",
-         Back::kFalse);
-  Expect("SaveKavorFile", {kNobody}, "SaveKavorFile command invalid source model.", Back::kFalse);
-}
-
-TEST_F(CommandCheckTest, OptionalArguments) {
-  const std::string structure = "ImportC3DFile command missing the structure file for ESR model.";
+TEST_F(CommandCheckTest, CheckOrderAndOptionalArguments) {
+  {  // Checks stop at the first failure; later arguments are not looked at.
+    Expect("Retarget", {kMissing, kNobody, kMissing, kTen},
+           "Retarget command missing source model.", kFalse);
+    Expect("Retarget", {kHero, kHero, kMissing, kMissing}, "Retarget command missing start frame.",
+           kFalse);
+    Expect("SaveKavorFile", {kNobody}, "SaveKavorFile command invalid source model.", kFalse);
+  }
+  const std::string import = "ImportC3dFile is not available yet.";
   {  // Giving the rig flag at all, even as false, asks for the structure file.
-    Expect("ImportC3DFile", {kFile, kMissing, kNo}, structure, Back::kFalse);
-    Expect("ImportC3DFile", {kFile, kTen, KRX::CValue(true)}, structure, Back::kFalse);
+    const std::string structure = "ImportC3DFile command missing the structure file for ESR model.";
+    Expect("ImportC3DFile", {kFile, kMissing, kNo}, structure, kFalse);
+    Expect("ImportC3DFile", {kFile, kTen, KRX::CValue(true)}, structure, kFalse);
   }
-  {  // The structure alone, or everything given.
-    Expect("ImportC3DFile", {kFile, kMissing, kMissing, kFile},
-           "ImportC3dFile is not available yet.", Back::kFalse);
-    Expect("ImportC3DFile", {kFile, kTen, KRX::CValue(true), kFile},
-           "ImportC3dFile is not available yet.", Back::kFalse);
+  {  // Optional arguments left out, or the structure alone.
+    Expect("ImportC3DFile", {kFile}, import, kFalse);
+    Expect("ImportC3DFile", {kFile, kMissing, kMissing, kFile}, import, kFalse);
+    Expect("LoadKavorFile", {kHero, kFile}, "LoadKavorMotion is not available yet.", kFalse);
   }
-  // The start frame of LoadKavorFile may be given.
-  Expect("LoadKavorFile", {kHero, kFile, kTen}, "LoadKavorMotion is not available yet.",
-         Back::kFalse);
 }
 
-TEST_F(CommandCheckTest, PresetCommandsCheckTheFileBeforeTheModel) {
-  for (const std::string command :
-       {"SaveKAVORAdjustmentPresetFile", "LoadKAVORAdjustmentPresetFile"}) {
-    Expect(command, {}, command + " command missing target model.", Back::kNothing);
-    Expect(command, {kNobody}, command + " command missing file path.", Back::kNothing);
-    Expect(command, {kHero}, command + " command missing file path.", Back::kNothing);
-    Expect(command, {kNobody, kFile}, command + " command invalid target model.", Back::kNothing);
-  }
-  Expect("SaveKAVORAdjustmentPresetFile", {kHero, kFile},
-         "SaveAdjustmentPreset is not available yet.", Back::kNothing);
-  Expect("LoadKAVORAdjustmentPresetFile", {kHero, kFile},
-         "LoadAdjustmentPreset is not available yet.", Back::kNothing);
-}
-
-// A model argument is an object reference or a full name, and must name a model.
-TEST_F(CommandCheckTest, ModelArgumentsMustBeModels) {
+// A model argument is an object reference or a full name, and must name a model. A model
+// with keys gives its key range as the first and last frame.
+TEST_F(CommandCheckTest, ModelArgumentsAndFrameRange) {
   KRX::X3DObject hero = KRX::Application().GetActiveSceneRoot().FindChild(L"Hero", L"", false);
   ASSERT_TRUE(hero.IsValid());
   KRX::X3DObject hip = hero.AddNull(L"hip");
   KRX::X3DObject inner = hero.AddModel(L"Inner");
-  const std::string invalid = "RemoveKAVOROperators command invalid target model.";
-  const std::string handed_over = "RemoveRetargetSetup is not available yet.";
-  Expect("RemoveKAVOROperators", {KRX::CValue(hip.GetRef())}, invalid, Back::kNothing);
-  Expect("RemoveKAVOROperators", {KRX::CValue(hip.GetFullName())}, invalid, Back::kNothing);
-  Expect("RemoveKAVOROperators", {kTen}, invalid, Back::kNothing);
-  Expect("RemoveKAVOROperators", {KRX::CValue(inner.GetRef())}, handed_over, Back::kNothing);
-  Expect("RemoveKAVOROperators", {KRX::CValue(inner.GetFullName())}, handed_over, Back::kNothing);
+  const std::string start = "RetargetExtractStartFrame";
+  const std::string invalid = start + " command invalid source model.";
+  for (const KRX::CValue& value :
+       {KRX::CValue(hip.GetRef()), KRX::CValue(hip.GetFullName()), kTen}) {
+    Expect(start, {value}, invalid, kFalse);
+  }
+  Expect(start, {KRX::CValue(inner.GetRef())}, "", kZero);
+  Expect(start, {KRX::CValue(inner.GetFullName())}, "", kZero);
   {  // A reference to a deleted model.
     const KRX::CValue gone(inner.GetRef());
     KRX::CValue ignored;
     ASSERT_EQ(KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())},
                                                 ignored),
               KRX::CStatus::OK);
-    Expect("RemoveKAVOROperators", {gone}, invalid, Back::kNothing);
+    Expect(start, {gone}, invalid, kFalse);
   }
+  hip.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
+      {{.time = 4.0, .value = 0.0}, {.time = 30.0, .value = 1.0}});
+  Expect(start, {kHero}, "", KRX::CValue(4));
+  Expect("RetargetExtractEndFrame", {KRX::CValue(hero.GetRef())}, "", KRX::CValue(30));
 }
 
-TEST_F(CommandCheckTest, FrameRangeOfAnimatedModel) {
-  KRX::X3DObject hero = KRX::Application().GetActiveSceneRoot().FindChild(L"Hero", L"", false);
-  KRX::Parameter posx = hero.AddNull(L"hip").GetKinematics().GetLocal().GetParameter(L"posx");
-  ASSERT_TRUE(posx.IsValid());
-  posx.AddFCurve({{.time = 4.0, .value = 0.0}, {.time = 30.0, .value = 1.0}});
-  KRX::CValue start;
-  KRX::CValue end;
-  KRX::Application().ExecuteCommand(L"RetargetExtractStartFrame", {kHero}, start);
-  KRX::Application().ExecuteCommand(L"RetargetExtractEndFrame", {KRX::CValue(hero.GetRef())}, end);
-  EXPECT_EQ(start.GetType(), KRX::ValueType::Int);
-  EXPECT_EQ(start.GetInt(), 4);
-  EXPECT_EQ(end.GetType(), KRX::ValueType::Int);
-  EXPECT_EQ(end.GetInt(), 30);
+// Both template commands hand over to inheriting the template: a template that cannot be
+// read is remembered on the model's tag page for the user to fix.
+TEST_F(CommandCheckTest, TemplateCommandsInheritTheTemplate) {
+  for (const char* command : {"LoadTagTemplateFile", "InheritRetargetSetup"}) {
+    SCOPED_TRACE(command);
+    KRX::rt::ResetScene();
+    const KRX::Model hero(KRX::Application().GetActiveSceneRoot().AddModel(L"Hero").GetRef());
+    Expect(command, {kHero, kFile}, "", kTrue, /*errors_allowed=*/true);
+    bool remembered = false;
+    for (const KRX::Property& property : hero.GetProperties()) {
+      remembered = remembered || property.GetParameterValue(L"TemplateFile") == kFile;
+    }
+    EXPECT_TRUE(remembered);
+  }
 }
 
 }  // namespace
