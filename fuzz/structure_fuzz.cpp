@@ -2,8 +2,9 @@
 //
 // The input is a structure file, optionally followed by a line "====" and the text of its
 // base file; without that line every base file name resolves to a fixed humanoid base.
-// A parse must either fail with a message or give a structure that holds every invariant
-// the plug-in relies on.
+// Each input is parsed both ways, as read by default and strictly. A parse must either fail
+// with a message or give a structure that holds every invariant the plug-in relies on, and
+// what strict reading accepts is read by default too.
 
 #include <cstddef>
 #include <cstdint>
@@ -40,13 +41,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The input block holds exactly the input, so a read past the end of the structure text
   // is caught when it is the last part.
   auto lookup = [base](std::string_view) -> std::optional<std::string> { return std::string(base); };
-  const kavor::StructureParseResult result = kavor::ParseStructureText(structure, "fuzz", lookup);
-  if (result.structure) {
-    if (!result.message.empty() || !kavor::CheckModelStructure(*result.structure).empty()) {
+  auto parse = [&](bool strict) {
+    const kavor::StructureParseResult result =
+        kavor::ParseStructureText(structure, "fuzz", lookup, kavor::StructureReadOptions{strict});
+    if (result.structure) {
+      if (!result.message.empty() || !kavor::CheckModelStructure(*result.structure).empty()) {
+        __builtin_trap();
+      }
+    } else if (result.message.empty()) {
       __builtin_trap();
     }
-  } else if (result.message.empty()) {
-    __builtin_trap();
-  }
+    return result.structure != nullptr;
+  };
+  const bool read_by_default = parse(false);
+  // Strict reading only ever refuses more.
+  if (parse(true) && !read_by_default) __builtin_trap();
   return 0;
 }

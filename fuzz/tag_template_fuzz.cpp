@@ -1,5 +1,6 @@
 // Fuzzes the tag template and map file readers: the tag page block, then the map section.
-// An input starting with "BVH" is read as a BVH map file instead.
+// An input starting with "BVH" is read as a BVH map file instead. The tag page block is
+// read strictly when the input's length is odd, so both readings are driven.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -17,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   kavor::Tokenizer tokenizer(text);
   if (text.substr(0, 3) == "BVH") {
     (void)tokenizer.ReadWord();
-  } else if (!kavor::ReadTagTemplateHead(tokenizer)) {
+  } else if (!kavor::ReadTagTemplateHead(tokenizer, kavor::StructureReadOptions{size % 2 == 1})) {
     return 0;
   }
   const std::optional<kavor::MapFile> map = kavor::ReadMapSection(tokenizer);

@@ -77,7 +77,11 @@ bool SaveKavorMotion(const KRX::Model& source, const KRX::CString& kavor_file, i
   return kavor::SaveKavorMotion(source, kavor_file, start_frame, end_frame);
 }
 
-bool RemoveRetargetSetup(const KRX::Model&) { return NotAvailable(L"RemoveRetargetSetup"); }
+bool RemoveRetargetSetup(const KRX::Model& model) {
+  // A model that was only tagged carries no retarget setup: there is nothing to remove.
+  if (!HasMotionBlob(model)) return true;
+  return NotAvailable(L"RemoveRetargetSetup");
+}
 
 bool RemoveAllKavorSetup(const KRX::Model&) { return NotAvailable(L"RemoveAllKavorSetup"); }
 

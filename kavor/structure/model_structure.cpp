@@ -1,7 +1,6 @@
 #include "kavor/structure/model_structure.h"
 
 #include <cmath>
-#include <unordered_set>
 
 #include "kavor/structure/name_rules.h"
 
@@ -26,12 +25,10 @@ std::string CheckNodes(const ModelStructure& s) {
     return "the structure has " + std::to_string(s.nodes.size()) + " nodes, more than " +
            std::to_string(kMaxStructureNodes);
   }
-  std::unordered_set<std::string_view> names;
   std::vector<int32_t> depth(s.nodes.size(), 0);
   for (int32_t i = 0; i < n; ++i) {
     const StructureNode& node = s.nodes[i];
     if (node.name.empty()) return "node " + std::to_string(i) + " has no name";
-    if (!names.insert(node.name).second) return "the node name " + node.name + " is used twice";
     if (node.parent < -1 || node.parent >= i) {
       return NodeLabel(s, i) + " has the parent " + std::to_string(node.parent) +
              ", which is not an earlier node";

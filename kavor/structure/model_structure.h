@@ -141,10 +141,11 @@ void ComputeRestPositions(ModelStructure& structure);
 
 // Checks the invariants that the rest of the plug-in relies on, for a structure as it was
 // read (from a file, a model or a motion file, before any binding edits it): node count and
-// depth within the bounds above; every node named, names unique; parent and offset parent
-// -1 or an earlier node; known types; mirrors in range and symmetric; finite vectors;
-// planes with anchor_index < span < node count, mid = anchor_index + 1 <= span and the
-// chain running from span down to anchor_index. Returns what is wrong, or empty text.
+// depth within the bounds above; every node named (names may repeat: a look-up by name
+// finds the first); parent and offset parent -1 or an earlier node; known types; mirrors in
+// range and symmetric; finite vectors; planes with anchor_index < span < node count,
+// mid = anchor_index + 1 <= span and the chain running from span down to anchor_index.
+// Returns what is wrong, or empty text.
 [[nodiscard]] std::string CheckModelStructure(const ModelStructure& structure);
 
 }  // namespace kavor

@@ -21,6 +21,11 @@ std::optional<std::string> ReadBaseFile(std::string_view base_name) {
 }  // namespace
 
 std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name) {
+  return ParseStructure(name, PreferredStructureReadOptions());
+}
+
+std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name,
+                                               const StructureReadOptions& options) {
   const std::string narrow_name = ToNarrow(name);
   // A name with a folder in it is never looked for: it is not found.
   KRX::CString path;
@@ -33,7 +38,7 @@ std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name) {
     return nullptr;
   }
   const FileBuffer buffer = ReadWholeFile(path);
-  StructureParseResult result = ParseStructureText(buffer.Text(), narrow_name, ReadBaseFile);
+  StructureParseResult result = ParseStructureText(buffer.Text(), narrow_name, ReadBaseFile, options);
   if (!result.structure) LogWarning(ToWide(result.message));
   return std::move(result.structure);
 }

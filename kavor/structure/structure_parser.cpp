@@ -92,10 +92,10 @@ std::string BuildNodes(const std::vector<ReadGroup>& groups, ModelStructure& s) 
 }
 
 // A decompose block must name a node, and its channels become tag page parameters beside
-// the nodes: they must be valid names, distinct from every node and from the channels of
-// other blocks.
+// the nodes: they must be valid names and, when reading strictly, distinct from every node,
+// from the tag page's own names and from the channels of other blocks.
 std::string CheckDecomps(const std::vector<ReadDecomp>& decomps, const ModelStructure& s,
-                         std::string_view label) {
+                         std::string_view label, bool strict) {
   std::unordered_set<std::string> seen;
   for (const ReadDecomp& read : decomps) {
     const StructureDecomp& d = read.decomp;
@@ -107,6 +107,8 @@ std::string CheckDecomps(const std::vector<ReadDecomp>& decomps, const ModelStru
       std::string problem;
       if (!IsStructureNameWord(channel)) {
         problem = "may only hold letters, digits and \"_\"";
+      } else if (!strict) {
+        seen.insert(channel);
       } else if (IsReservedNodeName(channel)) {
         problem = "is reserved for the tag page";
       } else if (FindNodeIndex(s, channel) >= 0) {
@@ -130,7 +132,8 @@ std::string CheckDecomps(const std::vector<ReadDecomp>& decomps, const ModelStru
 }  // namespace
 
 StructureParseResult ParseStructureText(std::string_view text, std::string_view source_name,
-                                        const BaseFileLookup& find_base) {
+                                        const BaseFileLookup& find_base,
+                                        const StructureReadOptions& options) {
   if (text.empty()) return Fail("structure input stream is invalid");
   const std::string label = "structure " + std::string(source_name);
 
@@ -148,7 +151,8 @@ StructureParseResult ParseStructureText(std::string_view text, std::string_view 
   StructureReadState base_state;
   Tokenizer base_tokenizer(*base_text);
   std::string error =
-      ReadStructureBlocks(base_tokenizer, StructureFileKind::kBase, "basefile " + base_name, base_state);
+      ReadStructureBlocks(base_tokenizer, StructureFileKind::kBase, "basefile " + base_name,
+                          options, base_state);
   if (!error.empty()) return Fail(std::move(error));
 
   // The structure's own groups continue the base file's numbering and name checks.
@@ -156,7 +160,7 @@ StructureParseResult ParseStructureText(std::string_view text, std::string_view 
   state.node_names = std::move(base_state.node_names);
   state.group_names = std::move(base_state.group_names);
   state.entry_count = base_state.entry_count;
-  error = ReadStructureBlocks(tokenizer, StructureFileKind::kStructure, label, state);
+  error = ReadStructureBlocks(tokenizer, StructureFileKind::kStructure, label, options, state);
   if (!error.empty()) return Fail(std::move(error));
 
   std::vector<ReadGroup> all_groups = base_state.groups;
@@ -176,7 +180,7 @@ StructureParseResult ParseStructureText(std::string_view text, std::string_view 
   for (const ReadDecomp& read : state.decomps) structure->decomps.push_back(read.decomp);
 
   error = BuildNodes(all_groups, *structure);
-  if (error.empty()) error = CheckDecomps(state.decomps, *structure, label);
+  if (error.empty()) error = CheckDecomps(state.decomps, *structure, label, options.strict);
   if (!error.empty()) return Fail(std::move(error));
 
   ComputeRestPositions(*structure);

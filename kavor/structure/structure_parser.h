@@ -19,7 +19,8 @@
 // re-parented to the anchor while its offset stays measured from the entry before it.
 //
 // A failed parse yields no structure and one message; the messages of the cases the file
-// format has always reported are kept word for word, since users search for them.
+// format has always reported are kept word for word, since users search for them. What is
+// refused beside those depends on the read options (read_options.h).
 #pragma once
 
 #include <functional>
@@ -30,6 +31,7 @@
 
 #include "krx/value.h"
 #include "kavor/structure/model_structure.h"
+#include "kavor/structure/read_options.h"
 
 namespace kavor {
 
@@ -47,12 +49,16 @@ struct StructureParseResult {
 // for a plain file name, see IsPlainDataFileName).
 [[nodiscard]] StructureParseResult ParseStructureText(std::string_view text,
                                                       std::string_view source_name,
-                                                      const BaseFileLookup& find_base);
+                                                      const BaseFileLookup& find_base,
+                                                      const StructureReadOptions& options = {});
 
 // Parses the structure `name` (no folder, no extension) from the data folders: the file is
 // looked for among the structures, then among the motion-capture structures, and its base
 // file among the base files. On failure the message is logged as a warning and nothing is
-// returned. The caller owns the result.
+// returned. The caller owns the result. Without options, the plug-in's preferences decide
+// (read_options.h).
 std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name);
+std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name,
+                                               const StructureReadOptions& options);
 
 }  // namespace kavor

@@ -31,8 +31,8 @@ std::string DescribeFound(TokenStatus status, std::string_view token) {
 class BlockReader {
  public:
   BlockReader(Tokenizer& tokenizer, StructureFileKind kind, std::string_view file_label,
-              StructureReadState& state)
-      : t_(tokenizer), kind_(kind), label_(file_label), state_(state) {}
+              const StructureReadOptions& options, StructureReadState& state)
+      : t_(tokenizer), kind_(kind), label_(file_label), strict_(options.strict), state_(state) {}
 
   std::string Run() {
     while (true) {
@@ -62,7 +62,7 @@ class BlockReader {
       return At(block_line, "the group name " + Quote(block) +
                                 " may only hold letters, digits and \"_\"");
     }
-    if (!state_.group_names.insert(std::string(block)).second) {
+    if (!state_.group_names.insert(std::string(block)).second && strict_) {
       return At(block_line, "the group name " + std::string(block) + " is used twice");
     }
     ReadGroup read;
@@ -100,13 +100,16 @@ class BlockReader {
     entry.type = t_.ReadWord();
     std::string number_error;
     auto read_vector = [&](KRX::MATH::CVector3& value, const char* what) {
-      if (!number_error.empty()) return;
-      const TokenStatus status = t_.ReadVector(value);
-      if (status != TokenStatus::kOk) {
+      double xyz[3] = {0.0, 0.0, 0.0};
+      for (double& component : xyz) {
+        if (!number_error.empty()) break;
+        const TokenStatus status = t_.ReadNumber(component);
+        if (status == TokenStatus::kOk || !NumberRefused(status)) continue;
         number_error = At(t_.TokenLine(), std::string("expected three numbers for the ") + what +
                                               " of node " + entry.name + ", found " +
                                               DescribeFound(status, t_.LastToken()));
       }
+      value.Set(xyz[0], xyz[1], xyz[2]);
     };
     read_vector(entry.align, "align direction");
     read_vector(entry.roll, "roll direction");
@@ -128,10 +131,19 @@ class BlockReader {
     return number_error;
   }
 
+  // A number the entry cannot use. Values that cannot be held are refused in every mode; a
+  // token that is not a number, or only starts with one, or is missing at the end of the
+  // data, reads as its leading number (0 for none) unless reading is strict.
+  bool NumberRefused(TokenStatus status) const {
+    if (status == TokenStatus::kOutOfRange || status == TokenStatus::kNotFinite) return true;
+    return strict_;
+  }
+
   std::string CheckEntryName(const std::string& name, int line) const {
     if (!IsStructureNameWord(name)) {
       return At(line, "the node name " + Quote(name) + " may only hold letters, digits and \"_\"");
     }
+    if (!strict_) return {};
     if (IsReservedNodeName(name)) {
       return At(line, "the node name " + name + " is reserved for the tag page");
     }
@@ -179,14 +191,16 @@ class BlockReader {
   Tokenizer& t_;
   StructureFileKind kind_;
   std::string_view label_;
+  bool strict_;
   StructureReadState& state_;
 };
 
 }  // namespace
 
 std::string ReadStructureBlocks(Tokenizer& tokenizer, StructureFileKind kind,
-                                std::string_view file_label, StructureReadState& state) {
-  return BlockReader(tokenizer, kind, file_label, state).Run();
+                                std::string_view file_label, const StructureReadOptions& options,
+                                StructureReadState& state) {
+  return BlockReader(tokenizer, kind, file_label, options, state).Run();
 }
 
 }  // namespace kavor

@@ -6,7 +6,7 @@
 // block is a name, "{", and either a group (a parent word and node entries) or, in a
 // structure file only, a decompose block ("decompose", a node name and channel words); it
 // runs up to "}" or the end of the data. A name not followed by "{" is dropped together
-// with the word after it.
+// with the word after it. read_options.h tells what strict reading refuses beside that.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kavor/structure/model_structure.h"
+#include "kavor/structure/read_options.h"
 #include "kavor/structure/tokenizer.h"
 
 namespace kavor {
@@ -35,8 +36,8 @@ struct ReadDecomp {
 };
 
 // What the reading of one file has gathered. Node and group names must be unique across
-// the base file and the structure file: the names and the node count carry over from the
-// base file's state to the structure file's.
+// the base file and the structure file when reading strictly: the names and the node count
+// carry over from the base file's state to the structure file's.
 struct StructureReadState {
   std::vector<ReadGroup> groups;
   std::vector<ReadDecomp> decomps;
@@ -50,6 +51,7 @@ struct StructureReadState {
 // Returns the message of the first error, or empty text.
 [[nodiscard]] std::string ReadStructureBlocks(Tokenizer& tokenizer, StructureFileKind kind,
                                               std::string_view file_label,
+                                              const StructureReadOptions& options,
                                               StructureReadState& state);
 
 }  // namespace kavor

@@ -14,6 +14,7 @@
 #include "kavor/maps/model_map.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/maps/retarget_model.h"
+#include "kavor/plugin/operations.h"
 #include "kavor/structure/structure_parser.h"
 #include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tag_checks.h"
@@ -185,7 +186,7 @@ bool CleanTagsFromRig(const KRX::Model& model) {
   for (size_t i = kFirstNodeParameter; i < parameters.size(); ++i) {
     KRX::Parameter(parameters[i]).PutValue(KRX::CValue(L""));
   }
-  // The retarget operators are not on a model that has only been tagged.
+  ops::RemoveRetargetSetup(model);
   progress.Increment();
   progress.Increment();
   RemoveTags(model);

@@ -63,8 +63,8 @@ void RefreshTagPage(const KRX::CustomProperty& page, KRX::PPGEventContext& conte
 // reported and nothing is applied.
 bool ApplyTagsToRig(const KRX::Model& model);
 
-// Empties the page and removes tags, glue, map and plot page; the stored structure and
-// the page stay.
+// Empties the page and removes the retarget setup (ops::RemoveRetargetSetup), tags, glue,
+// map and plot page; the stored structure and the page stay.
 bool CleanTagsFromRig(const KRX::Model& model);
 
 }  // namespace kavor

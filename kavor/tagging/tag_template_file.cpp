@@ -25,13 +25,15 @@ TagValue SplitTagTemplateValue(std::string tag_name, std::string_view value) {
   return out;
 }
 
-std::optional<TagTemplateHead> ReadTagTemplateHead(Tokenizer& tokenizer) {
+std::optional<TagTemplateHead> ReadTagTemplateHead(Tokenizer& tokenizer,
+                                                   const StructureReadOptions& options) {
   TagTemplateHead head;
   head.structure_type = std::string(tokenizer.ReadWord());
   int64_t count = 0;
   (void)tokenizer.ReadInteger(count);
   for (int64_t i = 0; i < count; ++i) {
     if (!tokenizer.HasMoreTokens()) {
+      if (!options.strict) return head;
       LogWarning(ToWide("The tag template ends after " + std::to_string(i) + " of its " +
                         std::to_string(count) + " tag values."));
       return std::nullopt;
@@ -55,7 +57,8 @@ void WriteTagTemplateHead(std::ostream& out, const TagTemplateHead& head) {
   out << head.structure_source << "\n" << FormatFileNumber(head.version) << "\n";
 }
 
-std::optional<MapFile> ReadRetargetMapFile(const std::string& path) {
+std::optional<MapFile> ReadRetargetMapFile(const std::string& path,
+                                           const StructureReadOptions& options) {
   ReadFileStatus status = ReadFileStatus::kOk;
   const FileBuffer buffer = ReadWholeFile(ToWide(path), &status);
   if (status != ReadFileStatus::kOk) {
@@ -68,7 +71,7 @@ std::optional<MapFile> ReadRetargetMapFile(const std::string& path) {
   std::transform(extension.begin(), extension.end(), extension.begin(),
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   if (extension == "TAGT") {
-    if (!ReadTagTemplateHead(tokenizer)) return std::nullopt;
+    if (!ReadTagTemplateHead(tokenizer, options)) return std::nullopt;
   } else if (tokenizer.ReadWord() != "BVH") {
     LogWarning(L"To retarget a BVH file the mapfile must be built from the corresponding BVH ref pose");
     return std::nullopt;

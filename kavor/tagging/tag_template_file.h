@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "kavor/structure/read_options.h"
 #include "kavor/structure/tokenizer.h"
 #include "kavor/tagging/map_file.h"
 
@@ -36,9 +37,11 @@ struct TagTemplateHead {
   int32_t version = 0;
 };
 
-// Reads the tag page block from the tokenizer's position. A count that the data do not
-// hold is logged as a warning and gives nothing.
-std::optional<TagTemplateHead> ReadTagTemplateHead(Tokenizer& tokenizer);
+// Reads the tag page block from the tokenizer's position. Data that end inside the value
+// list end the block: the values present are kept, the structure source is empty and the
+// version 0. Reading strictly, such a block is logged as a warning and gives nothing.
+std::optional<TagTemplateHead> ReadTagTemplateHead(Tokenizer& tokenizer,
+                                                   const StructureReadOptions& options = {});
 
 // Splits a tag value at "|": the first piece names the control object; the second names
 // the extraction object only when there are exactly two pieces. "<EmptyFieldkrx>" is empty.
@@ -50,6 +53,7 @@ void WriteTagTemplateHead(std::ostream& out, const TagTemplateHead& head);
 // The map section of a map file for the BVH retarget: a file whose extension is "tagt"
 // (any case) is read as a tag template up to its map section; any other must start with
 // the word "BVH". Failures are logged and give nothing.
-std::optional<MapFile> ReadRetargetMapFile(const std::string& path);
+std::optional<MapFile> ReadRetargetMapFile(const std::string& path,
+                                           const StructureReadOptions& options);
 
 }  // namespace kavor

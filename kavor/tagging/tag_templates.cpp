@@ -14,6 +14,8 @@
 #include "kavor/maps/model_map_text.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/maps/retarget_model.h"
+#include "kavor/plugin/operations.h"
+#include "kavor/structure/read_options.h"
 #include "kavor/structure/structure_parser.h"
 #include "kavor/structure/structure_property.h"
 #include "kavor/tagging/map_file.h"
@@ -32,6 +34,157 @@ void MarkDirty(KRX::CustomProperty& page) { page.PutParameterValue(L"dirty", KRX
 
 bool HasChild(const KRX::Model& model, const std::string& name) {
   return !name.empty() && model.FindChild(ToWide(name)).IsValid();
+}
+
+// What the two inherit orders share: the model, its page, the progress bar and the
+// template's text.
+struct TemplateFlow {
+  const KRX::Model& model;
+  KRX::CustomProperty& page;
+  ScopedProgressBar& progress;
+  Tokenizer& tokenizer;
+};
+
+bool Refuse(KRX::CustomProperty& page, const wchar_t* message) {
+  ShowWarning(message);
+  MarkDirty(page);
+  return false;
+}
+
+constexpr const wchar_t* kOutOfDate = L"Failed to inherit the template data. Template is out of date.";
+constexpr const wchar_t* kDoesNotMatch =
+    L"Failed to inherit the template data.  Template does not match the rig.";
+
+// What depends on the old tagging goes: the retarget setup, the plot page and the glue.
+void TakeDownOldSetup(const KRX::Model& model) {
+  ops::RemoveRetargetSetup(model);
+  KRX::Property plot;
+  if (FindPropertyByName(model, L"PlotRetargetPPG", &plot)) DeleteByName(plot.GetFullName());
+  DeleteGlueMap(model);
+}
+
+// The structure a template was made for, or nothing after the message.
+std::unique_ptr<ModelStructure> TemplateStructure(const TagTemplateHead& head) {
+  std::unique_ptr<ModelStructure> structure = ParseStructure(ToWide(StructureNameOf(head.structure_source)));
+  if (!structure) ShowWarning(ToWide("Cannot find orriginal structure file :" + head.structure_source));
+  return structure;
+}
+
+// Stores the structure and gives the page its node parameters.
+void UseStructure(const TemplateFlow& flow, const ModelStructure& structure) {
+  WriteStructureProperty(structure, flow.model);
+  PrepareTagPage(flow.model, structure);
+  flow.page.PutParameterValue(L"StructureFile", KRX::CValue(ToWide(structure.source)));
+}
+
+// The template's page values, in order, each shortened to the objects the rig has.
+void PutPageValues(const TemplateFlow& flow, const TagTemplateHead& head) {
+  flow.progress.SetCaption(L"Applying Tags to Model ...");
+  flow.progress.SetMaximum(static_cast<int>(head.values.size()));
+  flow.progress.SetValue(0);
+  const std::vector<KRX::Parameter> parameters = flow.page.GetParameters();
+  for (size_t i = 0; i < head.values.size(); ++i) {
+    const TagValue& value = head.values[i];
+    std::string text;
+    if (!value.control.empty()) {
+      if (!HasChild(flow.model, value.control)) {
+        LogInfo(ToWide("Node " + value.control + " is missing."));
+      } else if (!value.extraction.empty() && !HasChild(flow.model, value.extraction)) {
+        LogInfo(ToWide("Extraction node " + value.extraction + " is missing."));
+        text = value.control;
+      } else {
+        text = value.extraction.empty() ? value.control : value.control + "|" + value.extraction;
+      }
+    }
+    const size_t index = i + kFirstNodeParameter;
+    if (index < parameters.size()) {
+      if (ToNarrow(parameters[index].GetScriptName()) != value.tag_name) {
+        ShowWarning(ToWide("Failed to load template file: Tag name " + value.tag_name + " is missing."));
+      }
+      KRX::Parameter(parameters[index]).PutValue(KRX::CValue(ToWide(text)));
+    }
+    flow.progress.Increment();
+  }
+  flow.progress.SetMaximum(4);
+  flow.progress.SetValue(0);
+}
+
+// After the map's tags are on the rig: tags for page values the map left out, then the rest
+// data, model map, structure and glue from the template's model-map section.
+bool FinishInherit(const TemplateFlow& flow, const std::string& file, const TagTemplateHead& head,
+                   const ModelStructure& structure) {
+  for (const TagValue& value : head.values) {
+    // Page values that name one object and got no tag from the map: the object plays the
+    // node all the same.
+    if (value.control.empty() || !value.extraction.empty()) continue;
+    KRX::X3DObject object = flow.model.FindChild(ToWide(value.control));
+    if (!object.IsValid() || FindPropertyByName(object, kTagProperty, nullptr)) continue;
+    object.AddCustomProperty(kTagProperty)
+        .AddParameter(L"tagname", KRX::ValueType::String, 6, L"", L"", KRX::CValue(ToWide(value.tag_name)));
+  }
+  flow.progress.Increment();
+  ModelStructure bound = structure;
+  RetargetModel retarget(flow.model, &bound);
+  ReadModelMapText(retarget, flow.tokenizer);
+  flow.progress.Increment();
+  SnapChainEffectors(retarget);
+  ComputeLengths(retarget);
+  ComputeLegLength(retarget);
+  ComputeHipOffset(retarget);
+  WriteModelMap(retarget);
+  WriteStructureProperty(structure, flow.model);
+  flow.progress.Increment();
+  if (std::unique_ptr<GlueMap> glue = BuildGlueMap(flow.model, retarget)) WriteGlueMap(*glue, flow.model);
+  flow.progress.Increment();
+  flow.page.PutParameterValue(L"TemplateFile", KRX::CValue(ToWide(file)));
+  flow.page.PutParameterValue(L"dirty", KRX::CValue(false));
+  return true;
+}
+
+// The steps in file order: each change is made as its part of the template is read, and a
+// failure stops the flow where it is met.
+bool InheritInFileOrder(const TemplateFlow& flow, const std::string& file) {
+  TakeDownOldSetup(flow.model);
+  const std::optional<TagTemplateHead> head = ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
+  if (!head) return Refuse(flow.page, kOutOfDate);
+  flow.progress.Increment();
+  const std::unique_ptr<ModelStructure> structure = TemplateStructure(*head);
+  if (!structure) return false;
+  UseStructure(flow, *structure);
+  flow.progress.Increment();
+  PutPageValues(flow, *head);
+  if (head->version < kOldestTemplateVersion) return Refuse(flow.page, kOutOfDate);
+  // A map section that does not read (its parse error is logged) matches no rig either.
+  const std::optional<MapFile> map = ReadMapSection(flow.tokenizer);
+  if (!map || !ApplyTemplateTags(map->entries, flow.model)) return Refuse(flow.page, kDoesNotMatch);
+  return FinishInherit(flow, file, *head, *structure);
+}
+
+// The whole template is read and checked against the rig before anything changes.
+bool InheritCheckedFirst(const TemplateFlow& flow, const std::string& file) {
+  const std::optional<TagTemplateHead> head = ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
+  if (!head) return Refuse(flow.page, kOutOfDate);
+  flow.progress.Increment();
+  if (head->version < kOldestTemplateVersion) return Refuse(flow.page, kOutOfDate);
+  const std::optional<MapFile> map = ReadMapSection(flow.tokenizer);
+  bool matches = map.has_value();
+  for (size_t i = 0; matches && i < map->entries.size(); ++i) {
+    const TemplateTag& tag = map->entries[i];
+    const bool condition = !tag.condition_node.empty() && HasChild(flow.model, tag.condition_node);
+    const std::string& name = ChosenNodeName(tag, condition);
+    matches = HasChild(flow.model, name);
+    // Say which object is missing: the message box alone does not tell the user what to fix.
+    if (!matches) LogInfo(ToWide("Node " + name + " is missing."));
+  }
+  if (!matches) return Refuse(flow.page, kDoesNotMatch);
+  const std::unique_ptr<ModelStructure> structure = TemplateStructure(*head);
+  if (!structure) return false;
+  flow.progress.Increment();
+  TakeDownOldSetup(flow.model);
+  UseStructure(flow, *structure);
+  PutPageValues(flow, *head);
+  ApplyTemplateTags(map->entries, flow.model);
+  return FinishInherit(flow, file, *head, *structure);
 }
 
 }  // namespace
@@ -83,7 +236,16 @@ bool SaveTagTemplate(const KRX::Model& model, const std::string& file) {
   return true;
 }
 
+InheritOptions PreferredInheritOptions() {
+  return InheritOptions{ReadingSwitchIsOn(kStrictInheritKey)};
+}
+
 bool InheritTagTemplate(const KRX::Model& model, const std::string& file) {
+  return InheritTagTemplate(model, file, PreferredInheritOptions());
+}
+
+bool InheritTagTemplate(const KRX::Model& model, const std::string& file,
+                        const InheritOptions& options) {
   if (!model.IsValid()) {
     ShowWarning(L"It is ambiguous which character is to receive the inheritance.  Please select the desired character.");
     return false;
@@ -101,106 +263,9 @@ bool InheritTagTemplate(const KRX::Model& model, const std::string& file) {
     page.PutParameterValue(L"TemplateFile", KRX::CValue(ToWide(file)));
     return true;
   }
-  // Read the whole template first.
   Tokenizer tokenizer(buffer.Text());
-  const std::optional<TagTemplateHead> head = ReadTagTemplateHead(tokenizer);
-  if (!head) {
-    ShowWarning(L"Failed to inherit the template data. Template is out of date.");
-    MarkDirty(page);
-    return false;
-  }
-  progress.Increment();
-  if (head->version < kOldestTemplateVersion) {
-    ShowWarning(L"Failed to inherit the template data. Template is out of date.");
-    MarkDirty(page);
-    return false;
-  }
-  const std::optional<MapFile> map = ReadMapSection(tokenizer);
-  bool matches = map.has_value();
-  for (size_t i = 0; matches && i < map->entries.size(); ++i) {
-    const TemplateTag& tag = map->entries[i];
-    const bool condition = !tag.condition_node.empty() && HasChild(model, tag.condition_node);
-    const std::string& name = ChosenNodeName(tag, condition);
-    matches = HasChild(model, name);
-    // Say which object is missing: the message box alone does not tell the user what to fix.
-    if (!matches) LogInfo(ToWide("Node " + name + " is missing."));
-  }
-  if (!matches) {
-    ShowWarning(L"Failed to inherit the template data.  Template does not match the rig.");
-    MarkDirty(page);
-    return false;
-  }
-  std::unique_ptr<ModelStructure> structure = ParseStructure(ToWide(StructureNameOf(head->structure_source)));
-  if (!structure) {
-    ShowWarning(ToWide("Cannot find orriginal structure file :" + head->structure_source));
-    return false;
-  }
-  progress.Increment();
-
-  // What depends on the old tagging goes.
-  DeleteGlueMap(model);
-  KRX::Property plot;
-  if (FindPropertyByName(model, L"PlotRetargetPPG", &plot)) DeleteByName(plot.GetFullName());
-  WriteStructureProperty(*structure, model);
-  PrepareTagPage(model, *structure);
-  page.PutParameterValue(L"StructureFile", KRX::CValue(ToWide(structure->source)));
-
-  progress.SetCaption(L"Applying Tags to Model ...");
-  progress.SetMaximum(static_cast<int>(head->values.size()));
-  progress.SetValue(0);
-  const std::vector<KRX::Parameter> parameters = page.GetParameters();
-  for (size_t i = 0; i < head->values.size(); ++i) {
-    const TagValue& value = head->values[i];
-    std::string text;
-    if (!value.control.empty()) {
-      if (!HasChild(model, value.control)) {
-        LogInfo(ToWide("Node " + value.control + " is missing."));
-      } else if (!value.extraction.empty() && !HasChild(model, value.extraction)) {
-        LogInfo(ToWide("Extraction node " + value.extraction + " is missing."));
-        text = value.control;
-      } else {
-        text = value.extraction.empty() ? value.control : value.control + "|" + value.extraction;
-      }
-    }
-    const size_t index = i + kFirstNodeParameter;
-    if (index < parameters.size()) {
-      if (ToNarrow(parameters[index].GetScriptName()) != value.tag_name) {
-        ShowWarning(ToWide("Failed to load template file: Tag name " + value.tag_name + " is missing."));
-      }
-      KRX::Parameter(parameters[index]).PutValue(KRX::CValue(ToWide(text)));
-    }
-    progress.Increment();
-  }
-
-  progress.SetMaximum(4);
-  progress.SetValue(0);
-  ApplyTemplateTags(map->entries, model);
-  for (const TagValue& value : head->values) {
-    // Page values that name one object and got no tag from the map: the object plays the
-    // node all the same.
-    if (value.control.empty() || !value.extraction.empty()) continue;
-    KRX::X3DObject object = model.FindChild(ToWide(value.control));
-    if (!object.IsValid() || FindPropertyByName(object, kTagProperty, nullptr)) continue;
-    object.AddCustomProperty(kTagProperty)
-        .AddParameter(L"tagname", KRX::ValueType::String, 6, L"", L"", KRX::CValue(ToWide(value.tag_name)));
-  }
-  progress.Increment();
-  ModelStructure bound = *structure;
-  RetargetModel retarget(model, &bound);
-  ReadModelMapText(retarget, tokenizer);
-  progress.Increment();
-  SnapChainEffectors(retarget);
-  ComputeLengths(retarget);
-  ComputeLegLength(retarget);
-  ComputeHipOffset(retarget);
-  WriteModelMap(retarget);
-  WriteStructureProperty(*structure, model);
-  progress.Increment();
-  if (std::unique_ptr<GlueMap> glue = BuildGlueMap(model, retarget)) WriteGlueMap(*glue, model);
-  progress.Increment();
-  page.PutParameterValue(L"TemplateFile", KRX::CValue(ToWide(file)));
-  page.PutParameterValue(L"dirty", KRX::CValue(false));
-  return true;
+  const TemplateFlow flow{model, page, progress, tokenizer};
+  return options.strict ? InheritCheckedFirst(flow, file) : InheritInFileOrder(flow, file);
 }
 
 }  // namespace kavor

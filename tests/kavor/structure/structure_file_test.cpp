@@ -9,8 +9,10 @@
 #include <fstream>
 #include <string>
 
+#include "app/app_settings.h"
 #include "kavor/io/data_files.h"
 #include "kavor/structure/structure_parser.h"
+#include "kavor/xml/preferences.h"
 #include "runtime/log.h"
 
 namespace kavor {
@@ -75,7 +77,25 @@ TEST_F(ParseStructureFromFolders, FindsStructuresAndBaseFiles) {
     EXPECT_EQ(s->source, "capture");
     EXPECT_EQ(s->NumNodes(), 1);
   }
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
+  for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) ADD_FAILURE() << line.text.GetAsciiString();
+}
+
+// Strict reading is switched on for every parse by the plug-in's preferences.
+TEST_F(ParseStructureFromFolders, StrictReadingFromThePreferences) {
+  Write("Structures/core.base", kBase);
+  Write("Structures/glued.structure", "core spine { Hips Spine free 0 1 0 0 0 1 0 1 0}");
+  EXPECT_NE(ParseStructure(L"glued"), nullptr);
+  KRX::rt::SetInstallationPath(1, folder_.string());
+  EXPECT_NE(ParseStructure(L"glued"), nullptr);
+  {  // The switch is written off the first time it is read.
+    Preferences preferences;
+    EXPECT_EQ(preferences.GetInteger(kReadingSection, kStrictReadingKey, 7), 0);
+    preferences.SetInteger(kReadingSection, kStrictReadingKey, 1);
+  }
+  EXPECT_EQ(ParseStructure(L"glued"), nullptr);
+  KRX::rt::SetInstallationPath(1, "");
+  EXPECT_TRUE(Warned("structure glued line 1: expected three numbers for the offset of node Spine, found \"0}\""));
+  EXPECT_NE(ParseStructure(L"glued"), nullptr);
 }
 
 TEST_F(ParseStructureFromFolders, WarnsAndGivesNothing) {

@@ -1,7 +1,6 @@
 // Structure and base file texts: what a good text gives, every refused text with its
-// message, and damaged texts (cut at every byte, every byte replaced), each of which gives a
-// structure holding the invariants or a message, never a read outside its input. Random
-// edits are the structure fuzzer's part.
+// message, and what reading by default gives where strict reading refuses. Damaged texts
+// are the structure fuzzer's part.
 #include "kavor/structure/structure_parser.h"
 
 #include <gtest/gtest.h>
@@ -24,8 +23,10 @@ using structuretest::kMiniStructure;
 
 constexpr double kDeg = 3.14159265358979323846 / 180.0;
 
-StructureParseResult Parse(const std::string& text, const std::string& base = kMiniBase) {
-  return ParseStructureText(text, "test", structuretest::BasesFromMap({{"mini", base}}));
+StructureParseResult Parse(const std::string& text, const std::string& base = kMiniBase,
+                           bool strict = false) {
+  return ParseStructureText(text, "test", structuretest::BasesFromMap({{"mini", base}}),
+                            StructureReadOptions{strict});
 }
 
 // A node entry with unit directions and a unit offset.
@@ -168,7 +169,8 @@ TEST(StructureParse, BaseFileLookup) {
   }
 }
 
-// Every refused text with the message it gives; a refused parse leaves no structure.
+// Every text refused however it is read, with its message; a refused parse leaves no
+// structure.
 TEST(StructureParse, RefusedTextsAndTheirMessages) {
   const std::string arm = "mini\narm { Hips\n lSho anchor 1 0 0 0 1 0 2 3 0\n";
   const std::string hips = "hips { world" + Entry("Hips", "hip") + "}";
@@ -190,7 +192,8 @@ TEST(StructureParse, RefusedTextsAndTheirMessages) {
        hips + " late { Tip" + Entry("Leaf", "child") + "}"},
       {"mini", "group parent node decompose must be defined before the d group",
        hips + " d { decompose" + Entry("Foo", "child") + "}"},
-      // Unknown type words (case-exact), judged after the whole entry, limits included.
+      // Unknown type words (case-exact), judged after the whole entry, limits included; an
+      // entry cut before its type word has none.
       {"mini", "error while parsing the basefile spine group",
        hips + " spine { Hips" + Entry("Chest", "spine") + "}"},
       {"mini arm { Hips lSho anchor 1 0 0 0 1 0 2 3 0 lArm IK 1 0 0 0 1 0 5 0 0 }",
@@ -198,6 +201,7 @@ TEST(StructureParse, RefusedTextsAndTheirMessages) {
       {"mini arm { Hips A bone 0 1 0 0 0 1 0 1 0 limits: 0 0 0 1 1 1 }",
        "error while parsing the structure arm group"},
       {"mini arm { Hips A 0 1 0 0 0 1 0 1 0 }", "error while parsing the structure arm group"},
+      {"mini arm { Hips A", "error while parsing the structure arm group"},
       // An ik or friction entry as the first or second entry of its group, or with its anchor
       // in an earlier group.
       {"mini arm { Hips" + Entry("lHand", "ik") + "}",
@@ -214,18 +218,53 @@ TEST(StructureParse, RefusedTextsAndTheirMessages) {
        "group parent node B must be defined before the arm group"},
       {"mini", "group parent node Hips must be defined before the hips group",
        "hips { Hips" + Entry("Hips", "hip") + "}"},
-      // Numbers: not one, glued to the brace, not finite, out of range, cut off by the end.
-      {arm + " lArm ik 1 0 0 0 one 0 5 0 0 }",
-       "structure test line 4: expected three numbers for the roll direction of node lArm, found "
-       "\"one\""},
-      {arm + " lArm ik 1 0 0 0 1 0 5 0\n0}",
-       "structure test line 5: expected three numbers for the offset of node lArm, found \"0}\""},
+      // Numbers that cannot be held.
       {arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits: nan 0 0 1 1 1 }",
        "structure test line 4: expected three numbers for the lower limits of node lArm, found "
        "\"nan\", which is not a finite number"},
       {arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits: 0 0 0 1 1 1e999 }",
        "structure test line 4: expected three numbers for the upper limits of node lArm, found "
        "\"1e999\", which is out of range"},
+      // Node and group names: letters, digits and "_".
+      {"mini x { Hips\n" + Entry("l.Hand", "child") + "}",
+       "structure test line 2: the node name \"l.Hand\" may only hold letters, digits and \"_\""},
+      {"mini x { Hips\n" + Entry("a|b", "child") + "}",
+       "structure test line 2: the node name \"a|b\" may only hold letters, digits and \"_\""},
+      {"mini\nmy-arm { Hips" + Entry("A", "child") + "}",
+       "structure test line 2: the group name \"my-arm\" may only hold letters, digits and \"_\""},
+      // Decompose blocks name an existing node; channels are plain names.
+      {mini + "split { decompose }",
+       "structure test line 6: the decompose block split names no node"},
+      {mini + "split { decompose Chest a }",
+       "structure test line 6: the decompose block split names the unknown node Chest"},
+      {mini + "split { decompose Hips a.b }",
+       "structure test line 6: the channel a.b of the decompose block split may only hold letters, "
+       "digits and \"_\""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    for (const bool strict : {false, true}) {
+      const StructureParseResult result = Parse(c.text, c.base, strict);
+      EXPECT_EQ(result.structure, nullptr);
+      EXPECT_EQ(result.message, c.message);
+    }
+  }
+}
+
+// What strict reading refuses, with its message, and what the same text gives by default.
+TEST(StructureParse, StrictReadingRefusesWhatIsReadByDefault) {
+  const std::string arm = "mini\narm { Hips\n lSho anchor 1 0 0 0 1 0 2 3 0 lElb child 1 0 0 0 1 0 1 0 0\n";
+  const std::string mini(kMiniStructure);
+  const struct {
+    std::string text, message;
+    std::string base = kMiniBase;
+  } cases[] = {
+      // Numbers: not one, glued to the brace, cut off by the end of the data.
+      {arm + " lArm ik 1 0 0 0 one 0 5 0 0 }",
+       "structure test line 4: expected three numbers for the roll direction of node lArm, found "
+       "\"one\""},
+      {arm + " lArm ik 1 0 0 0 1 0 5 0\n0}",
+       "structure test line 5: expected three numbers for the offset of node lArm, found \"0}\""},
       {arm + " lArm ik 1 0 0 0 1",
        "structure test line 4: expected three numbers for the roll direction of node lArm, found "
        "the end of the data"},
@@ -235,47 +274,74 @@ TEST(StructureParse, RefusedTextsAndTheirMessages) {
       {"mini",
        "basefile mini line 2: expected three numbers for the offset of node Hips, found \"x\"",
        "hips { world\n Hips hip 0 1 0 0 0 1 0 x 0 }"},
-      // Node and group names: letters, digits and "_", and unique.
-      {"mini x { Hips\n" + Entry("l.Hand", "child") + "}",
-       "structure test line 2: the node name \"l.Hand\" may only hold letters, digits and \"_\""},
-      {"mini x { Hips\n" + Entry("a|b", "child") + "}",
-       "structure test line 2: the node name \"a|b\" may only hold letters, digits and \"_\""},
+      // Names used twice, and names the tag page keeps for itself.
       {"mini x { Hips\n" + Entry("A", "child") + Entry("A", "child") + "}",
        "structure test line 3: the node name A is used twice"},
       {"mini x { Hips\n" + Entry("lToe", "child") + "}",
        "structure test line 2: the node name lToe is used twice"},
       {"mini\nleftLeg { Hips" + Entry("A", "child") + "}",
        "structure test line 2: the group name leftLeg is used twice"},
-      {"mini\nmy-arm { Hips" + Entry("A", "child") + "}",
-       "structure test line 2: the group name \"my-arm\" may only hold letters, digits and \"_\""},
-      // Decompose blocks: the node must exist; channels must not clash with nodes, earlier
-      // blocks or the tag page, and are plain names.
-      {mini + "split { decompose }",
-       "structure test line 6: the decompose block split names no node"},
-      {mini + "split { decompose Chest a }",
-       "structure test line 6: the decompose block split names the unknown node Chest"},
+      {"mini x { Hips" + Entry("select_lArm", "child") + "}",
+       "structure test line 1: the node name select_lArm is reserved for the tag page"},
+      {"mini x { Hips" + Entry("dirty", "child") + "}",
+       "structure test line 1: the node name dirty is reserved for the tag page"},
       {mini + "split { decompose Hips lArm }",
        "structure test line 6: the channel lArm of the decompose block split is also a node name"},
       {mini + "s1 { decompose Hips a }\ns2 { decompose lFoot a }",
        "structure test line 7: the channel a of the decompose block s2 is a channel of an earlier "
        "decompose block"},
-      {mini + "split { decompose Hips dirty }",
-       "structure test line 6: the channel dirty of the decompose block split is reserved for the "
-       "tag page"},
-      {mini + "split { decompose Hips a.b }",
-       "structure test line 6: the channel a.b of the decompose block split may only hold letters, "
-       "digits and \"_\""},
+      {mini + "split { decompose Hips Apply1 }",
+       "structure test line 6: the channel Apply1 of the decompose block split is reserved for "
+       "the tag page"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    const StructureParseResult result = Parse(c.text, c.base);
-    EXPECT_EQ(result.structure, nullptr);
-    EXPECT_EQ(result.message, c.message);
+    const StructureParseResult strict = Parse(c.text, c.base, true);
+    EXPECT_EQ(strict.structure, nullptr);
+    EXPECT_EQ(strict.message, c.message);
+    const StructureParseResult read = Parse(c.text, c.base);
+    ASSERT_NE(read.structure, nullptr) << read.message;
+    EXPECT_EQ(CheckModelStructure(*read.structure), "");
   }
-  // Names the tag page uses for itself.
-  for (const std::string name : {"dirty", "StructureFile", "world", "Apply1", "select_lArm"}) {
-    EXPECT_EQ(Parse("mini x { Hips" + Entry(name, "child") + "}").message,
+  for (const std::string name : {"StructureFile", "world", "EditBase"}) {
+    EXPECT_EQ(Parse("mini x { Hips" + Entry(name, "child") + "}", kMiniBase, true).message,
               "structure test line 1: the node name " + name + " is reserved for the tag page");
+  }
+
+  // Known answers of the default reading.
+  auto node = [](const std::string& text, const std::string& name) {
+    StructureParseResult result = Parse(text);
+    EXPECT_NE(result.structure, nullptr) << result.message;
+    const int32_t k = result.structure ? FindNodeIndex(*result.structure, name) : -1;
+    EXPECT_GE(k, 0) << name;
+    return k >= 0 ? result.structure->nodes[static_cast<size_t>(k)] : StructureNode();
+  };
+  {  // A number is its token's leading number, or 0.
+    const StructureNode n = node(arm + " lArm ik 3abc 0 0 0 one 0 5 0 0}", "lArm");
+    EXPECT_EQ(n.align, CVector3(3, 0, 0));
+    EXPECT_EQ(n.roll, CVector3(0, 0, 0));
+    EXPECT_EQ(n.offset, CVector3(5, 0, 0));
+  }
+  {  // Data that end inside an entry: the missing numbers are 0, limits included.
+    EXPECT_EQ(node(arm + " lArm ik 1 0 0 0 1", "lArm").roll, CVector3(0, 1, 0));
+    const StructureNode limited = node(arm + " lArm ik 1 0 0 0 1 0 5 0 0 limits: 0 -30", "lArm");
+    EXPECT_TRUE(limited.min_limits.Equals(CVector3(0, -30 * kDeg, 0), 1e-15));
+    EXPECT_EQ(limited.max_limits, CVector3(0, 0, 0));
+  }
+  {  // "0}" takes the brace along: the next block's name and "{" become an entry whose type
+     // word is "{".
+    EXPECT_EQ(Parse(arm + " lArm ik 1 0 0 0 1 0 5 0 0}\nleg { Hips" + Entry("B", "child") + "}").message,
+              "error while parsing the structure arm group");
+  }
+  {  // Repeated names: a look-up finds the first, a group hangs below the first.
+    StructureParseResult result = Parse("mini x { Hips" + Entry("A", "child") + Entry("A", "child") +
+                                        "} x { A" + Entry("B", "child") + "}");
+    ASSERT_NE(result.structure, nullptr) << result.message;
+    const ModelStructure& s = *result.structure;
+    ASSERT_EQ(s.NumNodes(), 12);
+    EXPECT_EQ(FindNodeIndex(s, "A"), 9);
+    EXPECT_EQ(s.nodes[11].parent, 9);
+    EXPECT_EQ(s.groups.size(), 2u);
   }
 }
 
@@ -390,90 +456,6 @@ TEST(StructureParse, Bounds) {
     for (int i = 0; i <= kMaxStructureDepth; ++i) text += Entry("n" + std::to_string(i), "child");
     const std::string message = Parse(text + "}").message;
     EXPECT_NE(message.find("levels deep"), std::string::npos) << message;
-  }
-}
-
-// The damaged-text samples: every feature of the format in a few lines, and the shipped
-// human structure when the source tree is there.
-struct Sample {
-  std::string name, structure, base_name, base;
-};
-
-std::vector<Sample> Samples() {
-  std::vector<Sample> samples = {
-      {"inline sample",
-       std::string(kMiniStructure) + "# spine\r\nspine { Hips Spine free 0 1 0 0 0 1 0 8 -1 }\r\n" +
-           "hip { decompose Hips cog cog cog pelvis pelvis pelvis Unused Unused Unused }\r\n",
-       "mini", kMiniBase}};
-  const auto data = structuretest::ShippedDataFolder();
-  if (!data.empty()) {
-    const auto structure = structuretest::ReadTextFile(data / "Structures" / "Humanoid.structure");
-    const auto base = structuretest::ReadTextFile(data / "Structures" / "Humanoid.base");
-    if (structure && base) samples.push_back({"Humanoid", *structure, "Humanoid", *base});
-  }
-  return samples;
-}
-
-// Parses `structure`, copied into a heap block of exactly its size, with `base` as the
-// sample's base file. Either a structure the rest of the plug-in can rely on, or a message.
-bool ParsesOrExplains(const Sample& sample, const std::string& structure, const std::string& base,
-                      const std::string& what) {
-  std::unique_ptr<char[]> text(new char[structure.size() + 1]);
-  std::memcpy(text.get(), structure.data(), structure.size());
-  const StructureParseResult result = ParseStructureText(
-      std::string_view(text.get(), structure.size()), "damaged",
-      [&](std::string_view name) -> std::optional<std::string> {
-        if (name != sample.base_name) return std::nullopt;
-        return base;
-      });
-  if (result.structure) {
-    EXPECT_EQ(result.message, "") << what;
-    EXPECT_EQ(CheckModelStructure(*result.structure), "") << what;
-  } else {
-    EXPECT_NE(result.message, "") << what;
-  }
-  return result.structure != nullptr;
-}
-
-TEST(StructureRobustness, CutAtEveryByte) {
-  for (const Sample& s : Samples()) {
-    ASSERT_TRUE(ParsesOrExplains(s, s.structure, s.base, s.name + " intact"));
-    int parsed = 0;
-    for (size_t n = 0; n < s.structure.size(); ++n) {
-      parsed += ParsesOrExplains(s, s.structure.substr(0, n), s.base,
-                                 s.name + " structure cut at " + std::to_string(n));
-    }
-    // Cuts between blocks (and in trailing comments) still give a structure.
-    EXPECT_GT(parsed, 0) << s.name;
-    for (size_t n = 0; n < s.base.size(); ++n) {
-      ParsesOrExplains(s, s.structure, s.base.substr(0, n),
-                       s.name + " base cut at " + std::to_string(n));
-    }
-  }
-}
-
-TEST(StructureRobustness, EveryByteReplaced) {
-  // A NUL, a comment start, both braces, a blank, a letter, a digit and a high byte; none of
-  // them changes anything inside a comment, so comment bodies are skipped.
-  const std::string replacements = std::string("\0#{} x9\xFF", 8);
-  for (const Sample& s : Samples()) {
-    bool in_comment = false;
-    for (size_t i = 0; i < s.structure.size(); ++i) {
-      if (in_comment && s.structure[i] == '\n') in_comment = false;
-      if (!in_comment) {
-        for (const char c : replacements) {
-          std::string damaged = s.structure;
-          damaged[i] = c;
-          ParsesOrExplains(s, damaged, s.base, s.name + " byte " + std::to_string(i));
-        }
-      }
-      if (s.structure[i] == '#') in_comment = true;
-    }
-    for (size_t i = 0; i < s.base.size(); ++i) {
-      std::string damaged = s.base;
-      damaged[i] = '}';
-      ParsesOrExplains(s, s.structure, damaged, s.name + " base byte " + std::to_string(i));
-    }
   }
 }
 

@@ -196,8 +196,6 @@ TEST_F(StructurePropertyTest, DamagedTablesAreRefused) {
   refused("parent order");
   Grid(L"Nodes").PutCell(11, 2, KRX::CValue(3));  // lKnee <-> lAnkle is not symmetric
   refused("mirror");
-  Grid(L"Nodes").PutCell(2, 4, KRX::CValue(L"lKnee"));  // a name twice
-  refused("duplicate name");
   {  // Damaged optional tables are read as far as they go.
     Grid(L"BaseGroup_leftLeg").PutColumnCount(2);
     Grid(L"Decomps").PutColumnCount(3);

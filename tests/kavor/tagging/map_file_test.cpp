@@ -122,9 +122,20 @@ TEST(TagTemplateHead, ValuesSplitAtBars) {
   EXPECT_NE(written.find("head <EmptyFieldkrx>\n"), std::string::npos);
   EXPECT_NE(written.find("\n4 \n"), std::string::npos);
 
-  // A count the data do not hold.
-  Tokenizer short_text("Humanoid 3 hip Hips");
-  EXPECT_FALSE(ReadTagTemplateHead(short_text));
+  {  // A count the data do not hold: the values present, no source, version 0; refused when
+     // reading strictly.
+    Tokenizer short_text("Humanoid 3 hip Hips");
+    const std::optional<TagTemplateHead> cut = ReadTagTemplateHead(short_text);
+    ASSERT_TRUE(cut);
+    ASSERT_EQ(cut->values.size(), 1u);
+    EXPECT_EQ(cut->values[0].control, "Hips");
+    EXPECT_EQ(cut->structure_source, "");
+    EXPECT_EQ(cut->version, 0);
+    KRX::rt::ClearLog();
+    Tokenizer strict_text("Humanoid 3 hip Hips");
+    EXPECT_FALSE(ReadTagTemplateHead(strict_text, StructureReadOptions{true}));
+    EXPECT_TRUE(Logged(4, {"The tag template ends after 1 of its 3 tag values."}));
+  }
 }
 
 }  // namespace
