@@ -39,137 +39,72 @@ struct CommandCase {
   KRX::CValue back;
 };
 
+// clang-format off
 const std::vector<CommandCase> kCommands = {
-    {"Retarget",
-     {"sourcemodel", "targetmodel", "strarttime", "endtime"},
-     "MMII",
+    {"Retarget", {"sourcemodel", "targetmodel", "strarttime", "endtime"}, "MMII",
      {"missing source model.", "invalid source model.", "missing destination model.",
       "invalid destination model.", "missing start frame.", "missing end frame."},
-     "RetargetRigToRig is not available yet.",
-     kFalse},
-    {"RetargetBVH",
-     {"targetmodel", "bvhfile", "mapfile"},
-     "MTT",
+     "RetargetRigToRig is not available yet.", kFalse},
+    {"RetargetBVH", {"targetmodel", "bvhfile", "mapfile"}, "MTT",
      {"missing destination model.", "invalid destination model.", "missing bvhfile.",
-      "missing mapfile."},
-     "RetargetBvh is not available yet.",
+      "missing mapfile."}, "RetargetBvh is not available yet.", kFalse},
+    {"RetargetC3DData", {"c3dfile", "mapfile"}, "TT",
+     {"missing the c3d file.", "missing the map  file."}, "RetargetC3dData is not available yet.",
      kFalse},
-    {"RetargetC3DData",
-     {"c3dfile", "mapfile"},
-     "TT",
-     {"missing the c3d file.", "missing the map  file."},
-     "RetargetC3dData is not available yet.",
-     kFalse},
-    {"ImportC3DFile",
-     {"c3dfile", "updir", "create_esr_Optional", "esr_structuretemplate_Optional"},
-     "TifW",
-     {"missing the c3d file.", "missing the structure file for ESR model."},
-     "ImportC3dFile is not available yet.",
-     kFalse},
-    {"SaveC3DPoseMap",
-     {"c3dmodel", "ESR_rig", "Map_file"},
-     "MMT",
+    {"ImportC3DFile", {"c3dfile", "updir", "create_esr_Optional", "esr_structuretemplate_Optional"},
+     "TifW", {"missing the c3d file.", "missing the structure file for ESR model."},
+     "ImportC3dFile is not available yet.", kFalse},
+    {"SaveC3DPoseMap", {"c3dmodel", "ESR_rig", "Map_file"}, "MMT",
      {"missing the c3dmodel", "invalid c3dmodel", "missing the ESR rig", "invalid ESR rig",
-      "missing the Map file"},
-     "SaveC3dPoseMap is not available yet.",
-     kFalse},
-    {"SetTagValue",
-     {"model", "tagname", "tagvalue", "tagtype"},
-     "MTTI",
+      "missing the Map file"}, "SaveC3dPoseMap is not available yet.", kFalse},
+    {"SetTagValue", {"model", "tagname", "tagvalue", "tagtype"}, "MTTI",
      {"missing model.", "invalid model.", "missing tagname.", "missing tagvalue.",
-      "missing tagtype."},
-     "SetTagValue: the model has no structure; choose a structure file first.",
+      "missing tagtype."}, "SetTagValue: the model has no structure; choose a structure file first.",
      kFalse},
-    {"SaveTagTemplateFile",
-     {"model", "tag_template_filename"},
-     "MT",
+    {"SaveTagTemplateFile", {"model", "tag_template_filename"}, "MT",
      {"missing model.", "invalid model.", "missing template file."},
-     "Incorrect tagging. Please re-tag.",
-     kFalse},
-    {"LoadTagTemplateFile",
-     {"targetmodel", "template"},
-     "MT",
-     {"missing model.", "invalid model.", "missing template file."},
-     "",
+     "Incorrect tagging. Please re-tag.", kFalse},
+    {"LoadTagTemplateFile", {"targetmodel", "template"}, "MT",
+     {"missing model.", "invalid model.", "missing template file."}, "", kTrue},
+    {"InheritRetargetSetup", {"targetmodel", "template"}, "MT",
+     {"missing destination model.", "invalid destination model.", "missing template file."}, "",
      kTrue},
-    {"InheritRetargetSetup",
-     {"targetmodel", "template"},
-     "MT",
-     {"missing destination model.", "invalid destination model.", "missing template file."},
-     "",
-     kTrue},
-    {"ApplyTagsToRig",
-     {"targetmodel"},
-     "M",
-     {"missing model.", "invalid model."},
-     "cannot find structure file: *",
-     kFalse},
+    {"ApplyTagsToRig", {"targetmodel"}, "M", {"missing model.", "invalid model."},
+     "cannot find structure file: *", kFalse},
     {"CleanTagsFromRig", {"targetmodel"}, "M", {"missing model.", "invalid model."}, "", kTrue},
-    {"SetStructureFile",
-     {"targetmodel", "structurefile"},
-     "MT",
+    {"SetStructureFile", {"targetmodel", "structurefile"}, "MT",
      {"missing model.", "invalid model.", "missing structure file."},
-     "cannot find structure file: file.txt",
-     kFalse},
+     "cannot find structure file: file.txt", kFalse},
     // A model without motion has no range: the integer 0, and nothing logged.
-    {"RetargetExtractStartFrame",
-     {"model"},
-     "M",
-     {"missing source model.", "invalid source model."},
-     "",
-     kZero},
-    {"RetargetExtractEndFrame",
-     {"model"},
-     "M",
-     {"missing source model.", "invalid source model."},
-     "",
-     kZero},
-    {"LoadKavorFile",
-     {"targetmodel", "kavorfile", "start"},
-     "MTi",
+    {"RetargetExtractStartFrame", {"model"}, "M", {"missing source model.", "invalid source model."},
+     "", kZero},
+    {"RetargetExtractEndFrame", {"model"}, "M", {"missing source model.", "invalid source model."},
+     "", kZero},
+    {"LoadKavorFile", {"targetmodel", "kavorfile", "start"}, "MTi",
      {"missing destination model.", "invalid destination model.", "missing kavorfile."},
-     "LoadKavorMotion is not available yet.",
-     kFalse},
-    {"SaveKavorFile",
-     {"model", "kavorfile", "start", "end"},
-     "MTII",
+     "LoadKavorMotion is not available yet.", kFalse},
+    {"SaveKavorFile", {"model", "kavorfile", "start", "end"}, "MTII",
      {"missing source model.", "invalid source model.", "missing kavorfile.",
-      "missing start frame.", "missing end frame."},
-     "Cannot create structure.",
-     kFalse},
-    {"RemoveAllKavorPropsAndOps",
-     {"model"},
-     "M",
-     {"missing target model.", "invalid target model."},
-     "RemoveAllKavorSetup is not available yet.",
-     kNothing},
-    {"PlotRetargetMotion",
-     {"model", "preserve", "inflection", "interval", "step", "start", "end"},
+      "missing start frame.", "missing end frame."}, "Cannot create structure.", kFalse},
+    {"RemoveAllKavorPropsAndOps", {"model"}, "M", {"missing target model.", "invalid target model."},
+     "RemoveAllKavorSetup is not available yet.", kNothing},
+    {"PlotRetargetMotion", {"model", "preserve", "inflection", "interval", "step", "start", "end"},
      "MFFFIII",
      {"missing target model.", "invalid target model.", "missing preserve.", "missing inflection.",
       "missing interval.", "missing step.", "missing start.", "missing end."},
-     "MotionPlotter is not available yet.",
-     kNothing},
-    {"RemoveKAVOROperators",
-     {"model"},
-     "M",
-     {"missing target model.", "invalid target model."},
-     "",
-     kNothing},
+     "MotionPlotter is not available yet.", kNothing},
+    // A model that was only tagged has no retarget setup to remove.
+    {"RemoveKAVOROperators", {"model"}, "M", {"missing target model.", "invalid target model."},
+     "", kNothing},
     // The file is checked before the model's validity.
-    {"SaveKAVORAdjustmentPresetFile",
-     {"model", "filename"},
-     "mT",
+    {"SaveKAVORAdjustmentPresetFile", {"model", "filename"}, "mT",
      {"missing target model.", "missing file path.", "invalid target model."},
-     "SaveAdjustmentPreset is not available yet.",
-     kNothing},
-    {"LoadKAVORAdjustmentPresetFile",
-     {"model", "filename"},
-     "mT",
+     "SaveAdjustmentPreset is not available yet.", kNothing},
+    {"LoadKAVORAdjustmentPresetFile", {"model", "filename"}, "mT",
      {"missing target model.", "missing file path.", "invalid target model."},
-     "LoadAdjustmentPreset is not available yet.",
-     kNothing},
+     "LoadAdjustmentPreset is not available yet.", kNothing},
 };
+// clang-format on
 
 // Argument values. "Hero" names a model of the test scene, "Nobody" nothing at all.
 const KRX::CValue kMissing;
@@ -180,14 +115,11 @@ const KRX::CValue kTen(10);
 const KRX::CValue kNo(false);  // a flag given as false still counts as given
 
 KRX::CValue ValidArgument(char kind) {
-  switch (kind) {
-    case 'M':
+  switch (std::tolower(static_cast<unsigned char>(kind))) {
     case 'm':
       return kHero;
-    case 'I':
     case 'i':
       return kTen;
-    case 'F':
     case 'f':
       return kNo;
     default:
@@ -203,25 +135,23 @@ class CommandCheckTest : public KavorModuleTest {
     KRX::rt::ClearLog();
   }
 
-  // Runs the command and checks the first warning it logs (none for an empty `warning`)
-  // and what it hands back. A failed check logs no error; an operation may.
+  // Runs the command and checks what it logs and hands back. A failed check logs its
+  // message alone and no error; an operation, once handed over, is known by its first
+  // warning and may go on to report more.
   static void Expect(const std::string& command, const KRX::CValueArray& arguments,
                      const std::string& warning, const KRX::CValue& back,
-                     bool errors_allowed = false) {
+                     bool handed_over = false) {
     SCOPED_TRACE(command + " with " + std::to_string(arguments.size()) +
                  " argument(s), expecting \"" + warning + "\"");
     KRX::rt::ClearLog();
     KRX::CValue result(L"untouched");
     EXPECT_EQ(KRX::Application().ExecuteCommand(KRX::CString(command), arguments, result),
               KRX::CStatus::OK);
-    const std::vector<std::string> warnings = LoggedTexts(KRX::kSeverityWarning);
-    if (warning.empty()) {
-      EXPECT_EQ(warnings, std::vector<std::string>{});
-    } else {
-      ASSERT_FALSE(warnings.empty());
-      EXPECT_EQ(warnings[0], warning);
-    }
-    if (!errors_allowed) {
+    std::vector<std::string> warnings = LoggedTexts(KRX::kSeverityWarning);
+    if (handed_over && warnings.size() > 1) warnings.resize(1);
+    EXPECT_EQ(warnings,
+              warning.empty() ? std::vector<std::string>{} : std::vector<std::string>{warning});
+    if (!handed_over) {
       EXPECT_EQ(LoggedTexts(KRX::kSeverityError), std::vector<std::string>{});
     }
     EXPECT_EQ(result.GetType(), back.GetType());
@@ -278,18 +208,14 @@ TEST_F(CommandCheckTest, EveryCommandChecksAndHandsOver) {
       Expect(row.command, arguments, prefix + row.checks.at(check++), on_failure);
     }
     EXPECT_EQ(check, row.checks.size());
-    Expect(row.command, valid, row.handed_over, row.back, /*errors_allowed=*/true);
+    Expect(row.command, valid, row.handed_over, row.back, /*handed_over=*/true);
   }
 }
 
 TEST_F(CommandCheckTest, CheckOrderAndOptionalArguments) {
-  {  // Checks stop at the first failure; later arguments are not looked at.
-    Expect("Retarget", {kMissing, kNobody, kMissing, kTen},
-           "Retarget command missing source model.", kFalse);
-    Expect("Retarget", {kHero, kHero, kMissing, kMissing}, "Retarget command missing start frame.",
-           kFalse);
-    Expect("SaveKavorFile", {kNobody}, "SaveKavorFile command invalid source model.", kFalse);
-  }
+  // Checks stop at the first failure; later arguments are not looked at.
+  Expect("Retarget", {kMissing, kNobody, kMissing, kTen}, "Retarget command missing source model.",
+         kFalse);
   const std::string import = "ImportC3dFile is not available yet.";
   {  // Giving the rig flag at all, even as false, asks for the structure file.
     const std::string structure = "ImportC3DFile command missing the structure file for ESR model.";
@@ -339,7 +265,7 @@ TEST_F(CommandCheckTest, TemplateCommandsInheritTheTemplate) {
     SCOPED_TRACE(command);
     KRX::rt::ResetScene();
     const KRX::Model hero(KRX::Application().GetActiveSceneRoot().AddModel(L"Hero").GetRef());
-    Expect(command, {kHero, kFile}, "", kTrue, /*errors_allowed=*/true);
+    Expect(command, {kHero, kFile}, "", kTrue, /*handed_over=*/true);
     bool remembered = false;
     for (const KRX::Property& property : hero.GetProperties()) {
       remembered = remembered || property.GetParameterValue(L"TemplateFile") == kFile;

@@ -2,11 +2,16 @@
 // small file writers.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
 
 #include "runtime/log.h"
@@ -53,6 +58,20 @@ inline bool Logged(int severity, std::initializer_list<std::string> parts) {
     if (all) return true;
   }
   return false;
+}
+
+// Makes a FIFO at `path` and runs `read` on it; fails the test instead of hanging when the
+// read waits for a writer (a writer that opens and closes then releases it).
+template <typename Read>
+void ExpectNoWaitOnFifo(const std::string& path, Read read) {
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  std::future<void> done = std::async(std::launch::async, read);
+  if (done.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+    ADD_FAILURE() << "reading a FIFO waited for a writer";
+    const int writer = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+    if (writer >= 0) close(writer);
+  }
+  done.get();
 }
 
 }  // namespace kavor::iotest
