@@ -25,12 +25,14 @@ fs::path BuildDirectory() {
 
 RunResult RunKrx(const std::string& arguments) {
   RunResult result;
-  const std::string command = (BuildDirectory() / "krx").string() + " --plugin none " + arguments + " 2>&1";
+  const std::string command =
+      (BuildDirectory() / "krx").string() + " --plugin none " + arguments + " 2>&1";
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return result;
   std::array<char, 4096> chunk{};
   size_t n = 0;
-  while ((n = fread(chunk.data(), 1, chunk.size(), pipe)) > 0) result.output.append(chunk.data(), n);
+  while ((n = fread(chunk.data(), 1, chunk.size(), pipe)) > 0)
+    result.output.append(chunk.data(), n);
   const int status = pclose(pipe);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return result;
@@ -38,7 +40,8 @@ RunResult RunKrx(const std::string& arguments) {
 
 size_t Count(const std::string& text, const std::string& piece) {
   size_t count = 0;
-  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++count;
+  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
+    ++count;
   return count;
 }
 
