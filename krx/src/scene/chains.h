@@ -46,7 +46,7 @@ struct PlanarChainPoint {
 // the equal-turn search takes this many bisection steps.
 inline constexpr double kPlanarChainTolerance = 1e-10;
 inline constexpr int kPlanarChainPasses = 32;
-inline constexpr int kPlanarChainSteps = 64;
+inline constexpr int kPlanarChainSteps = 200;
 inline constexpr int kPlanarChainBisections = 64;
 
 // The end of a chain of `count` bones starting at the origin along +u, each joint turning by

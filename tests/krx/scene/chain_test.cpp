@@ -95,6 +95,12 @@ TEST_F(ChainTest, LongerChainsBendAsAWhole) {
     EXPECT_NEAR((GlobalPosition(bones_[2]) - GlobalPosition(bones_[1])).GetLength(), 1.0, 1e-9);
     EXPECT_GT(GlobalPosition(bones_[1]).GetX(), 0.0);
   }
+  {  // A target along the bend normal leaves no bend side: any side, still reached.
+    SCOPED_TRACE("along the normal");
+    MoveEffector(CVector3(0, 0, 2));
+    EXPECT_TRUE(BoneEnd(2, 1.0).Equals(CVector3(0, 0, 2), 1e-6));
+    EXPECT_NEAR((GlobalPosition(bones_[2]) - GlobalPosition(bones_[1])).GetLength(), 1.0, 1e-9);
+  }
   {  // An up-vector reference on the other side flips the whole bend.
     SCOPED_TRACE("up-vector");
     MoveEffector(CVector3(0, 2, 0));
@@ -105,6 +111,13 @@ TEST_F(ChainTest, LongerChainsBendAsAWhole) {
     ASSERT_TRUE(Succeeded(ChainBone(bones_[0]).PutUpVectorReference(up)));
     expect_joints(CVector3(-h, 0.5, 0), CVector3(-h, 1.5, 0), CVector3(0, 2, 0));
   }
+  {  // A deleted bone leaves the chain: the two left reach straight up.
+    SCOPED_TRACE("deleted bone");
+    CValue ignored;
+    ASSERT_EQ(Application().ExecuteCommand(L"DeleteObj", {CValue(bones_[2].GetRef())}, ignored), CStatus::OK);
+    EXPECT_EQ(root_chain_.GetBones().size(), 2u);
+    EXPECT_TRUE(GlobalPosition(bones_[1]).Equals(CVector3(0, 1, 0), 1e-9));
+  }
 }
 
 TEST(PlanarChain, ReachesEveryTargetWithinReachKeepingLengths) {
@@ -112,6 +125,16 @@ TEST(PlanarChain, ReachesEveryTargetWithinReachKeepingLengths) {
   // last bone the chain cannot come closer than 1, and folds nearly flat near that edge.
   const std::vector<std::vector<double>> chains = {{1.0, 2.0, 1.5, 0.5}, {1.0, 1.0, 3.0}};
   const double closest[] = {0.0, 1.0};
+  {  // Uneven chains with targets a hair beyond their closest reach: the slowest to settle.
+    const std::vector<std::pair<double, std::vector<double>>> edges = {
+        {0.025820284963353292, {0.61737689567913434, 0.10873289586484397, 1.6502651110375295, 2.3942712415462304}},
+        {0.026623253741460295, {2.2490309197212723, 2.8770531404014936, 0.60559491323099901}}};
+    for (const auto& [distance, lengths] : edges) {
+      std::vector<PlanarChainPoint> joints(lengths.size() + 1);
+      SolvePlanarChain(lengths.data(), static_cast<int>(lengths.size()), distance, joints.data());
+      EXPECT_NEAR(std::hypot(joints.back().u - distance, joints.back().v), 0.0, 5e-6);
+    }
+  }
   for (size_t c = 0; c < chains.size(); ++c) {
     const std::vector<double>& lengths = chains[c];
     const int count = static_cast<int>(lengths.size());
