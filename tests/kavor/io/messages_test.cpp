@@ -27,12 +27,12 @@ class MessagesTest : public ::testing::Test {
     rt::ResetInteraction();
     rt::ResetPreferences();
   }
-  static bool CommandLogOn() { return rt::GetPreference(L"preferences.scripting.cmdlog").GetBool(); }
+  static bool CommandLogOn() { return rt::GetPreference(kCommandLogPreference).GetBool(); }
 };
 
 TEST_F(MessagesTest, ShowWarningLogsAndShowsAWarningBox) {
-  // Unanswered: the OK-only box gives OK. A warning leaves nothing to decide: it takes no
-  // queued answer.
+  // The OK-only box gives OK; a warning leaves nothing to decide, so it takes no queued
+  // answer.
   rt::QueueAnswer({rt::AnswerKind::Button, 7, CString()});
   EXPECT_EQ(ShowWarning(L"cannot find structure file: human"), KRX::kMsgBoxResultOk);
   ASSERT_EQ(rt::MessageBoxes().size(), 1u);
@@ -44,37 +44,31 @@ TEST_F(MessagesTest, ShowWarningLogsAndShowsAWarningBox) {
   EXPECT_EQ(rt::PendingAnswers().size(), 1u);
 }
 
+// The switch gives back the setting before it; the guard turns the log off for its
+// lifetime and restores what was there, nested guards in turn.
 TEST_F(MessagesTest, CommandLoggingSwitchAndGuard) {
-  {  // The switch gives back the setting before it.
-    ASSERT_TRUE(CommandLogOn());  // the host's default
-    EXPECT_TRUE(SetCommandLogging(false));
-    EXPECT_FALSE(CommandLogOn());
-    EXPECT_FALSE(SetCommandLogging(false));
-    EXPECT_FALSE(SetCommandLogging(true));
-    EXPECT_TRUE(CommandLogOn());
-  }
-  {  // On before: off inside, on again after; nested guards restore in turn.
+  ASSERT_TRUE(CommandLogOn());  // the host's default
+  EXPECT_TRUE(SetCommandLogging(false));
+  EXPECT_FALSE(CommandLogOn());
+  EXPECT_FALSE(SetCommandLogging(true));
+  EXPECT_TRUE(CommandLogOn());
+  {
+    ScopedCommandLoggingOff outer;
     {
-      ScopedCommandLoggingOff outer;
-      {
-        ScopedCommandLoggingOff inner;
-        EXPECT_FALSE(inner.previous());
-      }
-      EXPECT_FALSE(CommandLogOn());
+      ScopedCommandLoggingOff inner;
+      EXPECT_FALSE(inner.previous());
     }
-    EXPECT_TRUE(CommandLogOn());
-  }
-  {  // Off before: stays off after.
-    SetCommandLogging(false);
-    { ScopedCommandLoggingOff guard; }
     EXPECT_FALSE(CommandLogOn());
-    SetCommandLogging(true);
   }
+  EXPECT_TRUE(CommandLogOn());
+  SetCommandLogging(false);
+  { ScopedCommandLoggingOff guard; }
+  EXPECT_FALSE(CommandLogOn());
 }
 
 TEST_F(MessagesTest, ProgressBarGuardShowsAndHides) {
-  {
-    ScopedProgressBar progress(L"Processing FCurves ...", 10);
+  const auto work = [](bool cancel) {
+    ScopedProgressBar progress(L"Processing FCurves ...", 10, true);
     const rt::ProgressSnapshot shown = rt::CurrentProgress();
     EXPECT_TRUE(shown.visible);
     EXPECT_EQ(shown.caption, CString(L"Processing FCurves ..."));
@@ -82,18 +76,14 @@ TEST_F(MessagesTest, ProgressBarGuardShowsAndHides) {
     EXPECT_EQ(shown.value, 0);
     EXPECT_EQ(progress.Increment(), 1);
     EXPECT_EQ(progress.Increment(), 2);
-  }
+    if (cancel) rt::PressProgressCancel();
+    return !progress.IsCancelPressed();
+  };
+  EXPECT_TRUE(work(false));
   EXPECT_FALSE(rt::CurrentProgress().visible);
-  {  // Hidden on an early return too, and cancel reaches the caller.
-    const auto work = [] {
-      ScopedProgressBar progress(L"Plotting ...", 5, true);
-      rt::PressProgressCancel();
-      if (progress.IsCancelPressed()) return false;
-      return true;
-    };
-    EXPECT_FALSE(work());
-    EXPECT_FALSE(rt::CurrentProgress().visible);
-  }
+  // Hidden on an early return too, and cancel reaches the caller.
+  EXPECT_FALSE(work(true));
+  EXPECT_FALSE(rt::CurrentProgress().visible);
 }
 
 TEST_F(MessagesTest, FileBrowserGivesTheChosenFileOrNothing) {

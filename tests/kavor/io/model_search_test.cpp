@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -33,7 +32,7 @@ class ModelSearchTest : public ::testing::Test {
   }
   void TearDown() override { KRX::rt::ResetScene(); }
 
-  static void Select(std::initializer_list<KRX::CRef> items) {
+  static void Select(const std::vector<KRX::CRef>& items) {
     auto& selection = KRX::rt::ActiveScene().selection;
     selection.clear();
     for (const KRX::CRef& item : items) selection.push_back(item.Lock());
@@ -71,9 +70,7 @@ TEST_F(ModelSearchTest, FindModelsWithProperty) {
       {{}, true, {}},
       {{b_deep_, root_, d_child_, c_child_, a_, b_, n_}, true, {L"B", L"D", L"A"}}};
   for (const auto& c : cases) {
-    auto& selection = KRX::rt::ActiveScene().selection;
-    selection.clear();
-    for (const KRX::CRef& item : c.selection) selection.push_back(item.Lock());
+    Select(c.selection);
     EXPECT_EQ(Names(FindModelsWithProperty(kProp, c.from_selection)), c.expected);
   }
   // The name matches exactly.
@@ -87,27 +84,23 @@ TEST_F(ModelSearchTest, FindModelsWithProperty) {
   EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", false).empty());
 }
 
-TEST_F(ModelSearchTest, SelectedModelsAreTheOwnersInSelectionOrder) {
+// The selected models are the items' owners in selection order, each once, the scene root
+// left out; a scene model is directly below the root; names match exactly.
+TEST_F(ModelSearchTest, SelectedModelsAndLookupsByName) {
   Select({b_deep_, a_, root_, b_, n_, c_child_, d_child_});
-  // n_ is owned by the scene root, which is left out.
   EXPECT_EQ(Names(SelectedModels()), (Names_t{L"B", L"A", L"C", L"D"}));
   Select({});
   EXPECT_TRUE(SelectedModels().empty());
-}
 
-TEST_F(ModelSearchTest, FindSceneModelLooksDirectlyBelowTheRoot) {
   EXPECT_EQ(FindSceneModel(L"B"), b_);
   EXPECT_FALSE(FindSceneModel(L"D").IsValid());  // nested
   EXPECT_FALSE(FindSceneModel(L"N").IsValid());  // not a model
-  EXPECT_FALSE(FindSceneModel(L"b").IsValid());  // exact name
-}
+  EXPECT_FALSE(FindSceneModel(L"b").IsValid());
 
-TEST_F(ModelSearchTest, FindPropertyByNameMatchesExactly) {
   KRX::Property found;
   EXPECT_TRUE(FindPropertyByName(a_, kProp, &found));
   EXPECT_EQ(found.GetName(), CString(kProp));
   EXPECT_EQ(found.GetParent(), a_.GetRef());
-
   KRX::Property untouched;
   EXPECT_FALSE(FindPropertyByName(a_, L"zrkstructure", &untouched));
   EXPECT_FALSE(untouched.IsValid());

@@ -1,4 +1,7 @@
-// The scene-event callbacks called directly, with the process-wide names set by the test.
+// The scene-event callbacks called directly, with the process-wide names set by the test:
+// pages that showed the old scene are closed or re-pointed, and an opened scene
+// re-evaluates the adjusted models. That the host reaches the loaded module's callbacks is
+// checked in tests/e2e/plugin_registration_test.cpp.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,9 +22,16 @@ class PluginSceneEventTest : public ::testing::Test {
   void SetUp() override {
     KRX::rt::ResetScene();
     KRX::rt::ClearLog();
+    SetMocapToRigPropertyName(L"MocapToRig");
     SetLastAdjustedModelName(KRX::CString());
   }
   void TearDown() override { SetLastAdjustedModelName(KRX::CString()); }
+
+  static void Fire(bool opened) {
+    KRX::CRef none;
+    EXPECT_EQ(opened ? MyOpenScene_OnEvent(none) : MyNewScene_OnEvent(none), KRX::CStatus::OK);
+    EXPECT_TRUE(KRX::rt::LogLines().empty());
+  }
 
   // A closed view leaves the layout.
   static bool IsOpen(const KRX::View& view) {
@@ -31,28 +41,70 @@ class PluginSceneEventTest : public ::testing::Test {
     return false;
   }
 
-  static KRX::View NewPage(const std::wstring& name, const KRX::CString& content) {
-    KRX::View view =
-        KRX::Application().GetDesktop().GetActiveLayout().CreateView(L"Property Panel", name);
+  static KRX::View NewView(const std::wstring& name, const KRX::CString& content,
+                           const wchar_t* type = L"Property Panel") {
+    KRX::View view = KRX::Application().GetDesktop().GetActiveLayout().CreateView(type, name);
     view.PutAttributeValue(L"targetcontent", content);
+    EXPECT_TRUE(IsOpen(view));
     return view;
   }
 };
 
-TEST_F(PluginSceneEventTest, TheLastAdjustmentPageCloses) {
-  KRX::CRef none;
-  {  // No model adjusted yet: nothing is closed.
-    KRX::View page = NewPage(L"adjust_none", L".RetargetAdjustPPG");
-    EXPECT_EQ(MyNewScene_OnEvent(none), KRX::CStatus::OK);
-    EXPECT_TRUE(IsOpen(page));
-  }
-  {  // The page of the model adjusted last closes; another model's page stays.
+// On a new and on an opened scene: every rotation-offset property page closes (only
+// property pages, whatever another view shows), and the adjustment page of the model
+// adjusted last, when there is one.
+TEST_F(PluginSceneEventTest, PagesOfTheOldSceneClose) {
+  for (const bool opened : {false, true}) {
+    SCOPED_TRACE(opened ? "open scene" : "new scene");
+    const std::wstring tag = opened ? L"open" : L"new";
+    SetLastAdjustedModelName(KRX::CString());
+    KRX::View offsets = NewView(L"offsets_" + tag, L"Hero.hip.RotationOffsetPPG");
+    KRX::View offsets2 = NewView(L"offsets2_" + tag, L"Villain.arm.RotationOffsetPPG1");
+    KRX::View tags = NewView(L"tags_" + tag, L"Hero.TagPPG");
+    KRX::View explorer = NewView(L"explorer_" + tag, L"Hero.hip.RotationOffsetPPG", L"Explorer");
+    KRX::View unnamed = NewView(L"adjust_none_" + tag, L".RetargetAdjustPPG");
+    Fire(opened);
+    EXPECT_FALSE(IsOpen(offsets));
+    EXPECT_FALSE(IsOpen(offsets2));
+    EXPECT_TRUE(IsOpen(tags));
+    EXPECT_TRUE(IsOpen(explorer));
+    EXPECT_TRUE(IsOpen(unnamed));  // no model adjusted yet
+
     SetLastAdjustedModelName(L"Hero");
-    KRX::View hero = NewPage(L"adjust_hero", L"Hero.RetargetAdjustPPG");
-    KRX::View villain = NewPage(L"adjust_villain", L"Villain.RetargetAdjustPPG");
-    EXPECT_EQ(MyOpenScene_OnEvent(none), KRX::CStatus::OK);
+    KRX::View hero = NewView(L"adjust_hero_" + tag, L"Hero.RetargetAdjustPPG");
+    KRX::View villain = NewView(L"adjust_villain_" + tag, L"Villain.RetargetAdjustPPG");
+    Fire(opened);
     EXPECT_FALSE(IsOpen(hero));
     EXPECT_TRUE(IsOpen(villain));
+  }
+}
+
+// An open Mocap to Rig page is pointed at the new scene's property, which is made when the
+// scene has none; a page whose content merely starts with the name is left alone.
+TEST_F(PluginSceneEventTest, MocapToRigPageFollowsTheScene) {
+  KRX::View page = NewView(L"mocap_page", L"MocapToRig");
+  KRX::View other = NewView(L"other_page", L"MocapToRigs");
+  KRX::Model root = KRX::Application().GetActiveSceneRoot();
+  Fire(false);
+  KRX::Property made;
+  for (const KRX::Property& property : root.GetProperties()) {
+    if (property.GetName() == KRX::CString(L"MocapToRig")) made = property;
+  }
+  ASSERT_TRUE(made.IsValid());
+  EXPECT_EQ(page.GetAttributeValue(L"targetcontent").GetString(), made.GetFullName());
+  int width = 0;
+  int height = 0;
+  page.GetSize(width, height);
+  EXPECT_EQ(width, 393);
+  EXPECT_EQ(height, 395);
+  EXPECT_TRUE(IsOpen(page));
+  EXPECT_EQ(other.GetAttributeValue(L"targetcontent").GetString(), KRX::CString(L"MocapToRigs"));
+  {  // With no such page the scene is not touched.
+    KRX::rt::ResetScene();
+    Fire(true);
+    for (const KRX::Property& property : KRX::Application().GetActiveSceneRoot().GetProperties()) {
+      EXPECT_NE(property.GetName(), KRX::CString(L"MocapToRig"));
+    }
   }
 }
 
@@ -66,9 +118,8 @@ TEST_F(PluginSceneEventTest, OpeningTouchesAdjustedModelsOnly) {
   hero.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
       {{.time = 0.0, .value = 2.0}, {.time = 100.0, .value = 2.0}});
   const auto revision_moves = [](bool opened) {
-    KRX::CRef none;
     const uint64_t before = KRX::rt::ActiveScene().revision;
-    EXPECT_EQ(opened ? MyOpenScene_OnEvent(none) : MyNewScene_OnEvent(none), KRX::CStatus::OK);
+    Fire(opened);
     return KRX::rt::ActiveScene().revision > before;
   };
   EXPECT_FALSE(revision_moves(true));  // not adjusted
@@ -76,7 +127,6 @@ TEST_F(PluginSceneEventTest, OpeningTouchesAdjustedModelsOnly) {
   EXPECT_FALSE(revision_moves(false));
   EXPECT_TRUE(revision_moves(true));
   EXPECT_NEAR(hero.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.0, 1e-12);
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
 }
 
 }  // namespace
