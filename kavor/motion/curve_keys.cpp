@@ -28,7 +28,7 @@ KRX::X3DObject SingleConstrainingObject(const KRX::X3DObject& object) {
 }
 
 ObjectCurveKeys ObjectKeys(const KRX::X3DObject& object, std::string name, double first,
-                           double last) {
+                           double last, KeyOnFirstFrame on_first) {
   ObjectCurveKeys keys;
   keys.record.node_name = std::move(name);
   const KRX::KinematicState local = object.GetKinematics().GetLocal();
@@ -44,7 +44,7 @@ ObjectCurveKeys ObjectKeys(const KRX::X3DObject& object, std::string name, doubl
       if (std::isfinite(key.time)) times.push_back(key.time);
     }
     std::sort(times.begin(), times.end());
-    keys.record.channels[c] = SelectKeyTimes(times, first, last);
+    keys.record.channels[c] = SelectKeyTimes(times, first, last, on_first);
   }
   return keys;
 }
@@ -59,7 +59,7 @@ bool IsConstrained(const KRX::X3DObject& object) {
 }
 
 std::vector<ObjectCurveKeys> GatherCurveKeys(const RetargetModel& source, int32_t start,
-                                             int32_t end) {
+                                             int32_t end, KeyOnFirstFrame on_first) {
   std::vector<ObjectCurveKeys> records;
   if (source.structure == nullptr) return records;
   const ModelStructure& structure = *source.structure;
@@ -70,7 +70,7 @@ std::vector<ObjectCurveKeys> GatherCurveKeys(const RetargetModel& source, int32_
     const KRX::X3DObject& object = source.Node(i).object;
     if (!object.IsValid() || IsConstrained(object)) continue;
     records.push_back(
-        ObjectKeys(object, structure.nodes[static_cast<size_t>(i)].name, first, last));
+        ObjectKeys(object, structure.nodes[static_cast<size_t>(i)].name, first, last, on_first));
   }
   for (const StructurePlane& plane : structure.planes) {
     if (plane.anchor_index < 0 || plane.anchor_index >= nodes) continue;
@@ -79,14 +79,16 @@ std::vector<ObjectCurveKeys> GatherCurveKeys(const RetargetModel& source, int32_
     const KRX::X3DObject reference = KRX::ChainBone(anchor.GetRef()).GetUpVectorReference();
     if (!reference.IsValid() || IsConstrained(reference)) continue;
     records.push_back(
-        ObjectKeys(reference, plane.name + std::string(kUpVectorRecordSuffix), first, last));
+        ObjectKeys(reference, plane.name + std::string(kUpVectorRecordSuffix), first, last,
+                   on_first));
   }
   return records;
 }
 
-void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end) {
+void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end,
+                      KeyOnFirstFrame on_first) {
   source.curves.clear();
-  for (ObjectCurveKeys& keys : GatherCurveKeys(source, start, end)) {
+  for (ObjectCurveKeys& keys : GatherCurveKeys(source, start, end, on_first)) {
     source.curves.push_back(std::move(keys.record));
   }
 }

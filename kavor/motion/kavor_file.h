@@ -67,17 +67,28 @@ struct KavorMotion {
 
 // ---- key times ----
 
+// How a key lying exactly on the first frame, after keys before it, is listed.
+enum class KeyOnFirstFrame {
+  // The start boundary 0 and then the key's own time 0: two entries, as for a key after
+  // the first frame.
+  kBoundaryAndKey,
+  // One entry 0: the key is the boundary itself, so a plot keeps one key there, not two.
+  kKeyIsBoundary,
+};
+
 // The key times that one function curve contributes to a motion of frames `first` to
 // `last`, relative to `first`. `key_times` are the curve's key times in increasing order;
 // keys are taken in order:
 //  - a key inside [first, last] gives its time; before it comes the start boundary 0 when
-//    the key lies after `first` and is either the curve's first key or follows a key that
-//    lies before `first` (a key on `first` is the boundary itself);
+//    the key is the curve's first key and lies after `first`, or when the key before it
+//    lies before `first` (`on_first` tells what a key on `first` gives then);
 //  - the first key after `last` gives the end boundary last - first when there is a key
 //    before it that lies before `last`; nothing after it is taken;
 //  - a key before `first` gives nothing.
-// So a curve keyed at 1, 5 and 20 over frames 3 to 10 gives 0, 2 and 7.
-std::vector<double> SelectKeyTimes(std::span<const double> key_times, double first, double last);
+// So a curve keyed at 1, 5 and 20 over frames 3 to 10 gives 0, 2 and 7, and one keyed at
+// 2, 3 and 5 gives 0, 0 and 2 (kKeyIsBoundary: 0 and 2).
+std::vector<double> SelectKeyTimes(std::span<const double> key_times, double first, double last,
+                                   KeyOnFirstFrame on_first = KeyOnFirstFrame::kBoundaryAndKey);
 
 // ---- curve key records ----
 
@@ -98,13 +109,15 @@ bool IsConstrained(const KRX::X3DObject& object);
 // anchor node's object is a chain bone with an up-vector reference, one for that reference
 // under the plane's name followed by "_Up_Vector_Node_Tag_TRVL". Constrained objects get
 // no record. Channels are the object's local posx .. rotz; key times follow SelectKeyTimes.
-std::vector<ObjectCurveKeys> GatherCurveKeys(const RetargetModel& source, int32_t start,
-                                             int32_t end);
+std::vector<ObjectCurveKeys> GatherCurveKeys(
+    const RetargetModel& source, int32_t start, int32_t end,
+    KeyOnFirstFrame on_first = KeyOnFirstFrame::kBoundaryAndKey);
 
 // Replaces source.curves with the records GatherCurveKeys gives. The motion file writer
 // writes these same records (it leaves them all out for a model that carries an
 // adjustment page, which this function does not look at).
-void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end);
+void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end,
+                      KeyOnFirstFrame on_first = KeyOnFirstFrame::kBoundaryAndKey);
 
 // ---- writing ----
 
@@ -116,9 +129,11 @@ void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end);
 // rest of the character is lifted by as much as the planted leg fell short on the frame
 // where a foot hangs deepest below its hip, so the body keeps its proportions while the
 // feet stay on the ground. The scene's current frame moves through the range and is put
-// back. False (with a logged or shown message) for a source that is not a rig, an
-// empty or outsized range, or a file that cannot be written.
-bool WriteKavorFile(RetargetModel& source, const KRX::CString& path, int32_t start, int32_t end);
+// back. The curve key records take `on_first` for keys on the start frame. False (with a
+// logged or shown message) for a source that is not a rig, an empty or outsized range, or
+// a file that cannot be written.
+bool WriteKavorFile(RetargetModel& source, const KRX::CString& path, int32_t start, int32_t end,
+                    KeyOnFirstFrame on_first = KeyOnFirstFrame::kBoundaryAndKey);
 
 // ---- reading ----
 

@@ -249,14 +249,14 @@ void WritePose(XmlStreamWriter& writer, const RetargetModel& source, int32_t fra
 }
 
 void WriteCurveKeys(XmlStreamWriter& writer, const RetargetModel& source, int32_t start,
-                    int32_t end) {
+                    int32_t end, KeyOnFirstFrame on_first) {
   writer.StartElement("FCURVE_KEYS");
   if (FindPropertyByName(source.model, kAdjustmentPage, nullptr)) {
     writer.AsciiAttribute("num_nodes_with_fcurve_keys", "0");
     writer.EndElement();
     return;
   }
-  const std::vector<ObjectCurveKeys> records = GatherCurveKeys(source, start, end);
+  const std::vector<ObjectCurveKeys> records = GatherCurveKeys(source, start, end, on_first);
   IntegerAttribute(writer, "num_nodes_with_fcurve_keys", static_cast<int64_t>(records.size()));
   for (const ObjectCurveKeys& keys : records) {
     writer.StartElement("NODE");
@@ -286,7 +286,8 @@ CString ErrorLines(const std::vector<CString>& errors) {
 
 }  // namespace
 
-bool WriteKavorFile(RetargetModel& source, const CString& path, int32_t start, int32_t end) {
+bool WriteKavorFile(RetargetModel& source, const CString& path, int32_t start, int32_t end,
+                    KeyOnFirstFrame on_first) {
   if (source.skeleton != nullptr || !source.poses.empty()) {
     LogWarning(L"Normalized motion must originate from a rig.");
     return false;
@@ -339,7 +340,7 @@ bool WriteKavorFile(RetargetModel& source, const CString& path, int32_t start, i
   SetCurrentFrame(current);
   RefreshModel(source.model);
 
-  WriteCurveKeys(writer, source, start, end);
+  WriteCurveKeys(writer, source, start, end, on_first);
   if (!writer.Finish()) {
     ShowWarning(L"The motion file could not be written completely: " + path +
                 ErrorLines(writer.Errors()));

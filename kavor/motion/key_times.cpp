@@ -5,7 +5,8 @@
 
 namespace kavor {
 
-std::vector<double> SelectKeyTimes(std::span<const double> key_times, double first, double last) {
+std::vector<double> SelectKeyTimes(std::span<const double> key_times, double first, double last,
+                                   KeyOnFirstFrame on_first) {
   std::vector<double> times;
   for (size_t i = 0; i < key_times.size(); ++i) {
     const double t = key_times[i];
@@ -15,10 +16,12 @@ std::vector<double> SelectKeyTimes(std::span<const double> key_times, double fir
       if (i > 0 && key_times[i - 1] < last) times.push_back(last - first);
       break;
     }
-    // The curve comes in from before the start (or starts late): the first frame holds a
-    // value that no key inside the range gives. A key on the first frame is that boundary
-    // itself and is not listed twice.
-    if (t > first && (i == 0 || key_times[i - 1] < first)) times.push_back(0.0);
+    // The first frame holds a value that no key inside the range gave before: the curve
+    // comes in from before the start, or starts late.
+    const bool comes_in = i > 0 && key_times[i - 1] < first;
+    const bool starts_late = i == 0 && t > first;
+    const bool key_is_boundary = t == first && on_first == KeyOnFirstFrame::kKeyIsBoundary;
+    if ((comes_in || starts_late) && !key_is_boundary) times.push_back(0.0);
     times.push_back(t - first);
   }
   return times;
