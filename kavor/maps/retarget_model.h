@@ -54,8 +54,8 @@ struct NodeMapEntry {
   KRX::MATH::CTransformation rest_rotation_inverse;
   int32_t source_index = -1;           // source node driving this node; -1 none
   int32_t override_source_index = -1;  // source node named by `override`
-  // Rotation relative to the structure parent when a source was bound: a node that the
-  // source does not drive keeps it and so follows its parent.
+  // Rotation relative to the structure parent when a source was bound: with the
+  // kKeepBindRotation extraction option a node that the source does not drive keeps it.
   KRX::MATH::CRotation bind_local_rotation;
   std::string override;
   std::unique_ptr<ExtractionEntry> extraction;

@@ -19,12 +19,12 @@ namespace {
 // hands it over.
 bool ExtractAll(RetargetModel& target, RetargetModel& source, GlueMap& glue, int32_t frames,
                 const KRX::CString& caption, int32_t insertion_frame,
-                const MotionHandOver& hand_over) {
+                const MotionHandOver& hand_over, const ExtractOptions& options) {
   NormalizedMotion motion(frames, &target, &source);
   {
     ScopedProgressBar progress(caption, frames);
     for (int32_t f = 0; f < frames; ++f) {
-      ExtractFrame(target, source, f);
+      ExtractFrame(target, source, f, options);
       motion.StoreFrame(f);
       progress.Increment();
     }
@@ -36,7 +36,7 @@ bool ExtractAll(RetargetModel& target, RetargetModel& source, GlueMap& glue, int
 }  // namespace
 
 bool ApplyRigMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue, int32_t first,
-                    int32_t end, const MotionHandOver& hand_over) {
+                    int32_t end, const MotionHandOver& hand_over, const ExtractOptions& options) {
   if (!BindSource(target, source, glue)) return false;
   const int32_t frames = end > first ? end - first : 0;
   NormalizedMotion motion(frames, &target, &source);
@@ -46,7 +46,7 @@ bool ApplyRigMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue,
     for (int32_t f = first; f < end; ++f) {
       SetCurrentFrame(f);
       RefreshModel(source.model);
-      ExtractFrame(target, source, f);
+      ExtractFrame(target, source, f, options);
       motion.StoreFrame(f - first);
       progress.Increment();
     }
@@ -61,18 +61,19 @@ bool ApplyRigMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue,
 }
 
 bool ApplyFileMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue,
-                     int32_t insertion_frame, const MotionHandOver& hand_over) {
+                     int32_t insertion_frame, const MotionHandOver& hand_over,
+                     const ExtractOptions& options) {
   if (source.poses.empty()) return false;
   if (!BindSource(target, source, glue)) return false;
-  const bool handed = ExtractAll(target, source, glue, source.frame_count, L"Processing KAVOR Data ...",
-                                 insertion_frame, hand_over);
+  const bool handed = ExtractAll(target, source, glue, source.frame_count,
+                                 L"Processing KAVOR Data ...", insertion_frame, hand_over, options);
   RestoreModelTransforms(target, source);
   RefreshModel(target.model);
   return handed;
 }
 
 bool ApplyMocapMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue,
-                      const MotionHandOver& hand_over) {
+                      const MotionHandOver& hand_over, const ExtractOptions& options) {
   if (!source.skeleton) return false;
   if (!BindSource(target, source, glue)) return false;
   size_t samples = 0;
@@ -81,7 +82,8 @@ bool ApplyMocapMotion(RetargetModel& target, RetargetModel& source, GlueMap& glu
     samples = std::max(first.rotations.size(), first.translations.size());
   }
   const auto frames = static_cast<int32_t>(std::min<size_t>(samples, INT_MAX));
-  const bool handed = ExtractAll(target, source, glue, frames, L"Processing Mocap Data ...", 1, hand_over);
+  const bool handed =
+      ExtractAll(target, source, glue, frames, L"Processing Mocap Data ...", 1, hand_over, options);
   RestoreModelTransforms(target, source);
   RefreshModel(target.model);
   return handed;

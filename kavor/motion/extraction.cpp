@@ -129,7 +129,8 @@ void RememberBindRotations(RetargetModel& target) {
 
 // The source node driving target node `k`'s rotation: its override's, else its own; -1.
 int32_t RotationSource(const NodeMapEntry& node, const RetargetModel& source) {
-  const int32_t s = node.override_source_index >= 0 ? node.override_source_index : node.source_index;
+  const int32_t s =
+      node.override_source_index >= 0 ? node.override_source_index : node.source_index;
   return s < source.NumNodes() ? s : -1;
 }
 
@@ -143,7 +144,9 @@ void LoadSourcePose(RetargetModel& source, double time) {
   if (nodes == 0 || source.frame_count <= 0) return;
   const double whole = std::trunc(time);
   const int32_t frame =
-      whole <= 0.0 ? 0 : static_cast<int32_t>(std::min(whole, static_cast<double>(source.frame_count - 1)));
+      whole <= 0.0
+          ? 0
+          : static_cast<int32_t>(std::min(whole, static_cast<double>(source.frame_count - 1)));
   const size_t first = static_cast<size_t>(frame) * static_cast<size_t>(nodes);
   if (first + static_cast<size_t>(nodes) > source.poses.size()) return;
   for (int32_t i = 0; i < nodes; ++i) {
@@ -151,16 +154,18 @@ void LoadSourcePose(RetargetModel& source, double time) {
   }
 }
 
-// Global rotations from the normalized ones: a driven node takes its rest rotation back,
-// a node without a source keeps its bind rotation relative to its parent. Local rotations
-// follow; local translations stay.
-void DenormalizeIntoHierarchy(RetargetModel& target, const RetargetModel& source) {
+// Global rotations from the normalized ones: a driven node takes its rest rotation back; a
+// node without a source does too, or keeps its bind rotation relative to its parent when
+// the options ask for that. Local rotations follow; local translations stay.
+void DenormalizeIntoHierarchy(RetargetModel& target, const RetargetModel& source,
+                              const ExtractOptions& options) {
+  const bool keep_bind = options.unsourced_nodes == UnsourcedNodeRule::kKeepBindRotation;
   for (int32_t i = 0; i < target.NumNodes(); ++i) {
     NodeMapEntry& node = target.Node(i);
     const int32_t parent = i == 0 ? -1 : ParentOf(target, i);
     const CRotation parent_rotation =
         parent >= 0 ? target.Node(parent).global_pose.GetRotation() : CRotation();
-    if (RotationSource(node, source) >= 0) {
+    if (RotationSource(node, source) >= 0 || !keep_bind) {
       node.global_pose.SetRotation(
           CRotation::Mul(node.rest_rotation.GetRotation(), node.global_pose.GetRotation()));
     } else {
@@ -202,7 +207,8 @@ bool BindSource(RetargetModel& target, RetargetModel& source, GlueMap& glue) {
   return true;
 }
 
-void ExtractFrame(RetargetModel& target, RetargetModel& source, double time) {
+void ExtractFrame(RetargetModel& target, RetargetModel& source, double time,
+                  const ExtractOptions& options) {
   if (!target.structure || !source.structure || target.NumNodes() == 0) return;
   LoadSourcePose(source, time);
 
@@ -216,7 +222,7 @@ void ExtractFrame(RetargetModel& target, RetargetModel& source, double time) {
   const int32_t planes = std::min(target.NumPlanes(), source.NumPlanes());
   for (int32_t p = 0; p < planes; ++p) target.Plane(p).up_vector = source.Plane(p).up_vector;
 
-  DenormalizeIntoHierarchy(target, source);
+  DenormalizeIntoHierarchy(target, source, options);
 
   NodeMapEntry& root = target.Node(0);
   root.global_pose.SetTranslation(source.Node(0).global_pose.GetTranslation());
@@ -256,7 +262,8 @@ void ExtractFrame(RetargetModel& target, RetargetModel& source, double time) {
       node.local_pose =
           KRX::MATH::MapWorldPoseToObjectSpace(target.Node(p).global_pose, node.global_pose);
     }
-    node.local_pose.SetTranslation(node.local_pose.GetTranslation() * (node.length / source_length));
+    node.local_pose.SetTranslation(node.local_pose.GetTranslation() *
+                                   (node.length / source_length));
   }
 
   if (source.leg_length > kTinyLength) {

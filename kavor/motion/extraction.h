@@ -20,8 +20,25 @@ namespace kavor {
 // False when the structures are of different types (logged) or name different root nodes.
 bool BindSource(RetargetModel& target, RetargetModel& source, GlueMap& glue);
 
+// How ExtractFrame turns a target node that no source node drives (neither by name nor by
+// its override).
+enum class UnsourcedNodeRule {
+  // The node's global rotation stays as the previous frame left it, and its rest rotation is
+  // put back on it as on every driven node. A node whose rest rotation is not the identity
+  // turns by that rest rotation once more in every frame.
+  kKeepGlobalRotation,
+  // The node keeps the rotation relative to its structure parent that it had when the
+  // source was bound: it is carried along by its parent and does not drift.
+  kKeepBindRotation,
+};
+
+struct ExtractOptions {
+  UnsourcedNodeRule unsourced_nodes = UnsourcedNodeRule::kKeepGlobalRotation;
+};
+
 // The target's pose for the source's frame `time` into the target's global and local
 // poses and plane up-vectors.
-void ExtractFrame(RetargetModel& target, RetargetModel& source, double time);
+void ExtractFrame(RetargetModel& target, RetargetModel& source, double time,
+                  const ExtractOptions& options = {});
 
 }  // namespace kavor

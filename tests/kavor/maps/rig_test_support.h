@@ -99,6 +99,14 @@ inline void TagRig(const Rig& rig, const ModelStructure& structure) {
               {L"Chest", L"Chest"}});
 }
 
+// True when the log holds exactly this line at this severity.
+inline bool LoggedLine(int severity, const std::string& text) {
+  for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
+    if (line.severity == severity && line.text.GetAsciiString() == text) return true;
+  }
+  return false;
+}
+
 // Resets the scene and the log around each test.
 class RigTest : public ::testing::Test {
  protected:
