@@ -35,18 +35,8 @@ TEST(FCurveEval, ConstantAndLinearTables) {
   // Each segment uses the interpolation of the key that starts it.
   const Keys keys = {Key(0, 1, I::Constant), Key(10, 5, I::Linear), Key(14, -3, I::Constant),
                      Key(20, 4, I::Linear)};
-  ExpectTable(keys,
-              {{0, 1},
-               {1e-7, 1},
-               {10 - 1e-7, 1},
-               {10, 5},
-               {10 + 1e-7, 5 - 2e-7},
-               {11, 3},
-               {13, -1},
-               {14 - 1e-7, -3 + 2e-7},
-               {14, -3},
-               {20 - 1e-7, -3},
-               {20, 4}},
+  ExpectTable(keys, {{0, 1}, {1e-7, 1}, {10 - 1e-7, 1}, {10, 5}, {10 + 1e-7, 5 - 2e-7}, {11, 3}, {13, -1},
+                     {14 - 1e-7, -3 + 2e-7}, {14, -3}, {20 - 1e-7, -3}, {20, 4}},
               1e-12);
 }
 
