@@ -33,9 +33,14 @@ TEST(AlignPair, KnownAnswers) {
   const CVector3 x(1, 0, 0), y(0, 1, 0), z(0, 0, 1);
   ExpectQuaternion(AlignPair(x, y, z, y), 0.70710678, 0, -0.70710678, 0);
   ExpectQuaternion(AlignPair(y, x, z, y), 0.5, 0.5, 0.5, 0.5);
-  {  // Roll exactly opposite: a half turn about the target direction.
-    const CTransformation r = AlignPair(z, -y, z, y);
-    ExpectQuaternion(r, 0, 0, 0, 1);
+  ExpectQuaternion(AlignPair(z, -y, z, y), 0, 0, 0, 1);  // roll opposite: half a turn about t
+  {  // A roll `gap` short of opposite turns by pi - gap about r x u (-Z here), onto u; within
+     // 1e-5 rad of half a turn about t (+Z) instead, which lands 2 gap beyond u.
+    for (const auto& [gap, miss] : {std::pair{2e-5, 0.0}, {0.5e-5, 1e-5}}) {
+      const CVector3 r(-std::sin(gap), -std::cos(gap), 0);
+      const CVector3 turned = AlignPair(z, r, z, y).GetRotationQuaternion().Rotate(r);
+      EXPECT_TRUE(turned.Equals(CVector3(std::sin(miss), std::cos(miss), 0), 1e-10)) << gap;
+    }
   }
   {  // Align exactly opposite the target: still lands on it, roll turned towards u.
     const CTransformation r = AlignPair(-z, y, z, y);
@@ -48,29 +53,38 @@ TEST(AlignPair, KnownAnswers) {
   }
 }
 
+// Lengths, leg length and hip offset from the joint positions; the same, scaled, for a copy
+// 1.5 times the size whose model is moved and turned when it is tagged (rest data are
+// measured in the model's own space).
 TEST_F(RigTest, RestDataOfATaggedRig) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   ASSERT_TRUE(structure);
-  const rigtest::Rig rig = rigtest::BuildRig("Walker");
-  rigtest::TagRig(rig, *structure);
-  RetargetModel model(rig.model, structure.get());
-  ComputeRestData(model);
-  const int32_t hips = FindNodeIndex(*structure, "Hips");
-  const int32_t knee = FindNodeIndex(*structure, "lKnee");
-  const int32_t ankle = FindNodeIndex(*structure, "lAnkle");
-  EXPECT_NEAR(model.Node(hips).length, 10.0, 1e-9);  // the root: its distance from the model
-  EXPECT_NEAR(model.Node(FindNodeIndex(*structure, "lHip")).length, std::hypot(1.0, 0.5), 1e-9);
-  EXPECT_NEAR(model.Node(knee).length, 3.5, 1e-9);
-  EXPECT_NEAR(model.Node(ankle).length, 7.5, 1e-9);  // ankle back to the hip through the knee
-  EXPECT_NEAR(model.Node(FindNodeIndex(*structure, "Chest")).length, 2.0, 1e-9);
-  EXPECT_NEAR(model.leg_length, 7.5, 1e-9);
-  EXPECT_NEAR(model.hip_offset, 0.5, 1e-9);
-  // Untransformed nulls: rest rotations turn the tag's align onto +Z and roll onto +Y.
-  const CTransformation& rest = model.Node(hips).rest_rotation;
-  EXPECT_TRUE(
-      rest.GetRotationQuaternion().Rotate(model.Node(hips).align).Equals(CVector3(0, 0, 1), 1e-6));
-  EXPECT_TRUE(
-      rest.GetRotationQuaternion().Rotate(model.Node(hips).roll).Equals(CVector3(0, 1, 0), 1e-6));
+  CTransformation placed;
+  placed.SetTranslationFromValues(30, 2, -7);
+  placed.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 1, 0), 1.1));
+  for (const double scale : {1.0, 1.5}) {
+    const rigtest::Rig rig = rigtest::BuildRig(scale == 1.0 ? "Walker" : "Placed", scale);
+    if (scale != 1.0) rig.model.GetKinematics().GetGlobal().PutTransform(placed);
+    rigtest::TagRig(rig, *structure);
+    RetargetModel model(rig.model, structure.get());
+    ComputeRestData(model);
+    const auto length = [&](const char* node) {
+      return model.Node(FindNodeIndex(*structure, node)).length / scale;
+    };
+    EXPECT_NEAR(length("Hips"), 10.0, 1e-9);  // the root: its distance from the model
+    EXPECT_NEAR(length("lHip"), std::hypot(1.0, 0.5), 1e-9);
+    EXPECT_NEAR(length("lKnee"), 3.5, 1e-9);
+    EXPECT_NEAR(length("lAnkle"), 7.5, 1e-9);  // ankle back to the hip through the knee
+    EXPECT_NEAR(length("Chest"), 2.0, 1e-9);
+    EXPECT_NEAR(model.leg_length, 7.5 * scale, 1e-9);
+    EXPECT_NEAR(model.hip_offset, 0.5 * scale, 1e-9);
+    // Rest rotations turn the tag's align onto +Z and roll onto +Y.
+    const NodeMapEntry& hips = model.Node(0);
+    EXPECT_TRUE(hips.align.Equals(CVector3(0, 1, 0), 1e-6));
+    const CQuaternion rest = hips.rest_rotation.GetRotationQuaternion();
+    EXPECT_TRUE(rest.Rotate(hips.align).Equals(CVector3(0, 0, 1), 1e-6));
+    EXPECT_TRUE(rest.Rotate(hips.roll).Equals(CVector3(0, 1, 0), 1e-6));
+  }
 }
 
 TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
@@ -99,23 +113,6 @@ TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
   ComputeRestData(model);
   EXPECT_NEAR(model.Node(FindNodeIndex(*fresh, "lAnkle")).length, 7.5, 1e-9);
   EXPECT_FALSE(model.IsBound(FindNodeIndex(*fresh, "lKnee")));
-}
-
-TEST_F(RigTest, RestDataIgnoreWhereTheCharacterStands) {
-  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
-  const rigtest::Rig rig = rigtest::BuildRig("Walker", 1.5);
-  // The whole character moved, turned and tagged there.
-  CTransformation placed;
-  placed.SetTranslationFromValues(30, 2, -7);
-  placed.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 1, 0), 1.1));
-  rig.model.GetKinematics().GetGlobal().PutTransform(placed);
-  rigtest::TagRig(rig, *structure);
-  RetargetModel model(rig.model, structure.get());
-  ComputeRestData(model);
-  EXPECT_NEAR(model.leg_length, 7.5 * 1.5, 1e-9);
-  EXPECT_NEAR(model.hip_offset, 0.5 * 1.5, 1e-9);
-  const int32_t hips = FindNodeIndex(*structure, "Hips");
-  EXPECT_TRUE(model.Node(hips).align.Equals(CVector3(0, 1, 0), 1e-6));
 }
 
 TEST_F(RigTest, NoFeetMeansNoLegLengthAndNoHipOffset) {
