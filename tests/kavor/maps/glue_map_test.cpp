@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cmath>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <numbers>
@@ -14,9 +13,7 @@
 
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
-#include "kavor/structure/structure_parser.h"
-#include "runtime/log.h"
-#include "runtime/scene_state.h"
+#include "kavor/maps/rig_test_support.h"
 
 namespace kavor {
 namespace {
@@ -33,13 +30,6 @@ constexpr const char* kBase =
 constexpr const char* kStructure =
     "GlueBase\n"
     "spine { Hips Spine free 0 1 0 0 0 1 0 2 0  Chest free 0 1 0 0 0 1 0 2 0 }\n";
-
-bool LogHas(const std::wstring& text, int severity) {
-  for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
-    if (line.text.GetWideString() == text && line.severity == severity) return true;
-  }
-  return false;
-}
 
 class GlueMapTest : public ::testing::Test {
  protected:
@@ -156,7 +146,7 @@ TEST_F(GlueMapTest, Spines) {
     glue.spines[0].end_name = "B";
     ResolveGlueMap(glue, model_, *retarget_);
     EXPECT_EQ(glue.spines[0].Count(), 0);
-    EXPECT_TRUE(LogHas(L"Bad nodes for the spine constraint.", KRX::kSeverityInfo));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "Bad nodes for the spine constraint."));
   }
 }
 
@@ -281,7 +271,7 @@ TEST_F(GlueMapTest, PropertyRoundTrip) {
   DeleteGlueMap(model_);
   KRX::rt::ClearLog();
   EXPECT_FALSE(ReadGlueMap(model_));
-  EXPECT_TRUE(LogHas(L"GlueMap data is outdated - please re-tag.", KRX::kSeverityInfo));
+  EXPECT_TRUE(rigtest::LoggedLine(8, "GlueMap data is outdated - please re-tag."));
 }
 
 TEST_F(GlueMapTest, RefusesOldAndDamagedProperties) {
@@ -297,17 +287,20 @@ TEST_F(GlueMapTest, RefusesOldAndDamagedProperties) {
     WriteGlueMap(glue, model_);
     property().PutParameterValue(L"Version", KRX::CString(L"3"));
     EXPECT_FALSE(ReadGlueMap(model_));
-    EXPECT_TRUE(LogHas(L"GlueMap data is outdated - please re-tag.", KRX::kSeverityInfo));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "GlueMap data is outdated - please re-tag."));
   }
-  const auto damaged = [&](auto&& damage) {
+  const auto damaged = [&](auto&& damage) {  // refused, with the message
     WriteGlueMap(glue, model_);
     damage(property());
-    return ReadGlueMap(model_) == nullptr;
+    KRX::rt::ClearLog();
+    const bool refused = ReadGlueMap(model_) == nullptr;
+    EXPECT_EQ(refused, rigtest::LoggedLine(4, "GlueMap data is damaged - please re-tag."));
+    return refused;
   };
   const auto grid = [](KRX::CustomProperty p, const wchar_t* name) {
     return KRX::Parameter(p.GetParameter(name)).GetGridData();
   };
-  EXPECT_TRUE(damaged([](KRX::CustomProperty p) { p.PutParameterValue(L"numMocaps", 1000); }));
+  EXPECT_TRUE(damaged([](KRX::CustomProperty p) { p.PutParameterValue(L"numMocaps", 2); }));
   EXPECT_TRUE(damaged([](KRX::CustomProperty p) { p.PutParameterValue(L"numPlanes", -1); }));
   EXPECT_TRUE(damaged([&](KRX::CustomProperty p) { grid(p, L"Planes").PutColumnCount(6); }));
   EXPECT_TRUE(damaged([&](KRX::CustomProperty p) { p.RemoveParameter(p.GetParameter(L"Mocap")); }));
@@ -317,6 +310,7 @@ TEST_F(GlueMapTest, RefusesOldAndDamagedProperties) {
     grid(p, L"Planes").PutCell(3, 0, NAN);
   }));
   const std::unique_ptr<GlueMap> read = ReadGlueMap(model_);
+  ASSERT_TRUE(read && read->mocaps.size() == 1 && read->planes.size() == 1);
   EXPECT_EQ(read->mocaps[0].type, GlueMocapType::kRotationOnly);
   EXPECT_EQ(read->planes[0].up_length, 0.0);
 }

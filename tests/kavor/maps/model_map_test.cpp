@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "kavor/io/io_test_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/mocap_skeleton.h"
 #include "kavor/maps/rig_test_support.h"
@@ -133,36 +132,42 @@ TEST_F(ModelMapTest, ReaderChecksInOrder) {
     const std::unique_ptr<RetargetModel> read = ReadBack();
     EXPECT_TRUE(read->valid);
     EXPECT_DOUBLE_EQ(read->Node(kKnee).length, 3.0);
-    EXPECT_TRUE(iotest::Logged(8, {"name mismatch: got Knee, was expecting lKnee"}));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "name mismatch: got Knee, was expecting lKnee"));
   }
-  {  // Fewer rows than nodes: refused, the rows are not read.
-    Nodes().PutRowCount(2);
+  {  // One row fewer than nodes: refused, the rows are not read.
+    Nodes().PutRowCount(6);
     const std::unique_ptr<RetargetModel> read = ReadBack();
     EXPECT_FALSE(read->valid);
     EXPECT_EQ(read->Node(0).length, 0.0);
-    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property has 2 node rows, was expecting 7"}));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property has 6 node rows, was expecting 7"));
   }
   {
     property_.PutParameterValue(L"Type", KRX::CValue(L"Quadruped"));
     EXPECT_FALSE(ReadBack()->valid);
     EXPECT_TRUE(
-        iotest::Logged(8, {"ModelMap property has type Quadruped, was expecting TestBase"}));
+        rigtest::LoggedLine(8, "ModelMap property has type Quadruped, was expecting TestBase"));
+  }
+  {
+    KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(L"Type"));
+    EXPECT_FALSE(ReadBack()->valid);
+    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property is missing Type parameter"));
   }
   {  // The version is checked before the type.
     property_.PutParameterValue(L"Version", KRX::CValue(5));
     EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property has version 5, was expecting 4 or lower"}));
-    EXPECT_FALSE(iotest::Logged(8, {"has type"}));
+    EXPECT_TRUE(
+        rigtest::LoggedLine(8, "ModelMap property has version 5, was expecting 4 or lower"));
+    EXPECT_EQ(KRX::rt::LogLines().size(), 1u);
   }
   {
     KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(L"Version"));
     EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property is missing Version parameter"}));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property is missing Version parameter"));
   }
   {
     DeleteByName(property_.GetFullName());
     EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(iotest::Logged(8, {"ModelMap property not found"}));
+    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property not found"));
   }
 }
 
@@ -199,7 +204,7 @@ TEST(SkeletonTags, JointsMatchLooselyAndMissingOnesAreSkipped) {
   EXPECT_EQ(skeleton.joints[0].align, CVector3(0, 1, 0));
   EXPECT_FALSE(skeleton.joints[1].tagged);
   EXPECT_EQ(skeleton.joints[2].node_name, "lKnee");
-  EXPECT_TRUE(iotest::Logged(4, {"cannot apply tag lAnkle, node not found: LeftFoot"}));
+  EXPECT_TRUE(rigtest::LoggedLine(4, "cannot apply tag lAnkle, node not found: LeftFoot"));
 }
 
 }  // namespace

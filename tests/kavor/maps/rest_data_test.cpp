@@ -10,7 +10,6 @@
 #include <fstream>
 #include <map>
 
-#include "kavor/io/io_test_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/rig_test_support.h"
 #include "kavor/tagging/tags.h"
@@ -193,10 +192,10 @@ TEST_F(RigTest, IndexErrorsAreLoggedAndContained) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   RetargetModel model(structure.get());
   model.Node(-1).length = 5.0;
-  EXPECT_TRUE(iotest::Logged(4, {"invalid nodeMap index! -1"}));
+  EXPECT_TRUE(rigtest::LoggedLine(4, "invalid nodeMap index! -1"));
   EXPECT_EQ(model.Node(model.NumNodes()).length, 0.0);  // the scratch entry starts afresh
   model.Plane(99).stretch = 2.0;
-  EXPECT_TRUE(iotest::Logged(4, {"invalid planeMap index! 99"}));
+  EXPECT_TRUE(rigtest::LoggedLine(4, "invalid planeMap index! 99"));
   EXPECT_EQ(model.Plane(0).stretch, 1.0);
 }
 
