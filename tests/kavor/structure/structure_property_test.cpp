@@ -145,6 +145,22 @@ TEST_F(StructurePropertyTest, RewriteAndReadBack) {
   EXPECT_EQ(FindGroupNode(*read, "lknee"), nullptr);  // case counts
 }
 
+// Names that repeat or that the tag page uses itself, as read by default, are stored and
+// read back: a look-up by name finds the first node.
+TEST_F(StructurePropertyTest, RepeatedNamesReadBack) {
+  const ModelStructure odd = Parse(
+      "Biped\nspine { Hips Spine free 0 1 0 0 0 1 0 2 0 Spine free 0 1 0 0 0 1 0 2 0 }\n"
+      "spine { Spine dirty child 0 1 0 0 0 1 0 1 0 }\n");
+  WriteStructureProperty(odd, model_);
+  const std::optional<ModelStructure> read = ReadStructureProperty(model_);
+  ASSERT_TRUE(read);
+  ASSERT_EQ(read->NumNodes(), 10);
+  EXPECT_EQ(read->nodes[8].name, "Spine");
+  EXPECT_EQ(read->nodes[9].name, "dirty");
+  EXPECT_EQ(read->nodes[9].parent, 7);
+  EXPECT_EQ(FindNodeIndex(*read, "Spine"), 7);
+}
+
 TEST_F(StructurePropertyTest, OlderVersions) {
   {  // Version 7: eleven node columns, every mirror -1.
     property_.PutParameterValue(L"Version", KRX::CValue(7));
