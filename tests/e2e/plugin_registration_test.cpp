@@ -1,11 +1,9 @@
-// The module's registration as the host's loader records it, and the scene-event callbacks
-// it exports. The commands are checked with their arguments in command_checks_test.cpp,
-// the menus with their items in menus_test.cpp.
+// The module's registration as the host's loader records it. The commands are checked with their
+// arguments in command_checks_test.cpp, the menus with their items in menus_test.cpp.
 #include <string>
 #include <vector>
 
 #include "e2e/kavor_module.h"
-#include "plugins/scene_events.h"
 
 namespace kavor::e2e {
 namespace {
@@ -49,19 +47,6 @@ TEST_F(RegistrationTest, RegistersEverythingOnceInOrder) {
   ASSERT_EQ(info.steps.size(), expected.size());
   EXPECT_EQ(info.steps[1].name.GetAsciiString(), "KAVOR Plug-in");
   EXPECT_EQ(info.steps[2].name.GetAsciiString(), "3.0");
-}
-
-// No event is registered, yet the host reaches the module's exported scene-event
-// callbacks: a new scene closes the rotation-offset pages of the old one.
-TEST_F(RegistrationTest, SceneEventsReachTheModule) {
-  KRX::Layout layout = KRX::Application().GetDesktop().GetActiveLayout();
-  KRX::View page = layout.CreateView(L"Property Panel", L"offsets");
-  page.PutAttributeValue(L"targetcontent", L"Hero.hip.RotationOffsetPPG");
-  KRX::rt::FireSceneEvent(false);
-  bool open = false;
-  for (const KRX::View& view : layout.GetViews())
-    open = open || (view == page && view.GetState() == 0);
-  EXPECT_FALSE(open);
 }
 
 }  // namespace

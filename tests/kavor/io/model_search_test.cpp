@@ -12,7 +12,7 @@ namespace {
 using KRX::CString;
 
 // Scene: models A and B below the root carry "ZRKStructure"; C below the root does not;
-// D, a model inside A, carries it too; N is a null below the root.
+// D, a model inside A, and the scene root carry it too; N is a null below the root.
 class ModelSearchTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -23,7 +23,7 @@ class ModelSearchTest : public ::testing::Test {
     c_ = KRX::Model(root_.AddModel(L"C").GetRef());
     d_ = KRX::Model(a_.AddModel(L"D").GetRef());
     n_ = root_.AddNull(L"N");
-    for (KRX::Model* m : {&a_, &b_, &d_}) m->AddCustomProperty(kProp);
+    for (KRX::Model* m : {&root_, &a_, &b_, &d_}) m->AddCustomProperty(kProp);
     c_.AddCustomProperty(L"Other");
     b_deep_ = b_.AddNull(L"b_hips").AddNull(L"b_spine");
     c_child_ = c_.AddNull(L"c_hips");

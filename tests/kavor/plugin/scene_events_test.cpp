@@ -1,7 +1,7 @@
-// The scene-event callbacks called directly, with the process-wide names set by the test:
-// pages that showed the old scene are closed or re-pointed, and an opened scene
-// re-evaluates the adjusted models. That the host reaches the loaded module's callbacks is
-// checked in tests/e2e/plugin_registration_test.cpp.
+// The scene-event callbacks called directly, with the last adjusted model set by the test:
+// pages that showed the old scene are closed, and an opened scene re-evaluates the adjusted
+// models. The Mocap to Rig page, whose property the loaded module registers, is followed in
+// tests/e2e/scene_events_test.cpp.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -22,7 +22,6 @@ class PluginSceneEventTest : public ::testing::Test {
   void SetUp() override {
     KRX::rt::ResetScene();
     KRX::rt::ClearLog();
-    SetMocapToRigPropertyName(L"MocapToRig");
     SetLastAdjustedModelName(KRX::CString());
   }
   void TearDown() override { SetLastAdjustedModelName(KRX::CString()); }
@@ -76,35 +75,6 @@ TEST_F(PluginSceneEventTest, PagesOfTheOldSceneClose) {
     Fire(opened);
     EXPECT_FALSE(IsOpen(hero));
     EXPECT_TRUE(IsOpen(villain));
-  }
-}
-
-// An open Mocap to Rig page is pointed at the new scene's property, which is made when the
-// scene has none; a page whose content merely starts with the name is left alone.
-TEST_F(PluginSceneEventTest, MocapToRigPageFollowsTheScene) {
-  KRX::View page = NewView(L"mocap_page", L"MocapToRig");
-  KRX::View other = NewView(L"other_page", L"MocapToRigs");
-  KRX::Model root = KRX::Application().GetActiveSceneRoot();
-  Fire(false);
-  KRX::Property made;
-  for (const KRX::Property& property : root.GetProperties()) {
-    if (property.GetName() == KRX::CString(L"MocapToRig")) made = property;
-  }
-  ASSERT_TRUE(made.IsValid());
-  EXPECT_EQ(page.GetAttributeValue(L"targetcontent").GetString(), made.GetFullName());
-  int width = 0;
-  int height = 0;
-  page.GetSize(width, height);
-  EXPECT_EQ(width, 393);
-  EXPECT_EQ(height, 395);
-  EXPECT_TRUE(IsOpen(page));
-  EXPECT_EQ(other.GetAttributeValue(L"targetcontent").GetString(), KRX::CString(L"MocapToRigs"));
-  {  // With no such page the scene is not touched.
-    KRX::rt::ResetScene();
-    Fire(true);
-    for (const KRX::Property& property : KRX::Application().GetActiveSceneRoot().GetProperties()) {
-      EXPECT_NE(property.GetName(), KRX::CString(L"MocapToRig"));
-    }
   }
 }
 
