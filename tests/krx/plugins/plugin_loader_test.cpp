@@ -16,71 +16,34 @@
 namespace KRX::rt {
 namespace {
 
-using Kind = RegistrationKind;
-
-struct Step {
-  Kind kind;
-  const char* name;
-};
-
 class PluginLoaderTest : public PluginFixture {};
 
-TEST_F(PluginLoaderTest, RecordsEveryRegistrationInOrder) {
+// The order of registration steps is checked on the real module by the end-to-end suite.
+TEST_F(PluginLoaderTest, RegistrationsAndCallbacksAreFoundByNameUntilUnloaded) {
+  EXPECT_EQ(CallbackPrefix(L"Rig to Rig"), "RigtoRig");
+  EXPECT_EQ(CallbackPrefix(L" Tag\tRig "), "TagRig");
+  EXPECT_EQ(FindCallback(L"Echo Args", "_Init"), nullptr);  // nothing loaded yet
   LoadTestPlugin();
   ASSERT_EQ(LoadedPlugins().size(), 1u);
-  const LoadedPluginInfo& info = LoadedPlugins()[0];
-  EXPECT_EQ(info.path, KRX_TEST_PLUGIN_PATH);
-  EXPECT_EQ(info.version_minor, 2);
-
-  const Step expected[] = {
-      {Kind::Author, "krx tests"},     {Kind::Name, "Test Plug-in"}, {Kind::Version, "1.2"},
-      {Kind::Command, "Echo Args"},    {Kind::Command, "NoReturn"},  {Kind::Command, "ThrowUp"},
-      {Kind::Command, "BadInit"},      {Kind::Command, "NoExecute"}, {Kind::Property, "Test Page"},
-      {Kind::Property, "BareProp"},    {Kind::Menu, "Test Menu"},    {Kind::Menu, "Second Menu"},
-      {Kind::Operator, "Test Op"},     {Kind::Operator, "OtherOp"},  {Kind::Event, "Scene Watch"},
-  };
-  ASSERT_EQ(info.steps.size(), std::size(expected));
-  for (size_t i = 0; i < info.steps.size(); ++i) {
-    EXPECT_EQ(info.steps[i].kind, expected[i].kind) << "step " << i;
-    EXPECT_EQ(info.steps[i].name, CString(expected[i].name)) << "step " << i;
-  }
-
-  ASSERT_EQ(info.commands.size(), 5u);
-  EXPECT_EQ(info.commands[0].script_name, CString("EchoArgs"));
-  ASSERT_EQ(info.menus.size(), 2u);
-  EXPECT_FALSE(info.menus[0].submenu || info.menus[0].dynamic);
-  ASSERT_EQ(info.events.size(), 1u);
-  EXPECT_EQ(info.events[0].event_id, 5);
-
+  EXPECT_EQ(LoadedPlugins()[0].path, KRX_TEST_PLUGIN_PATH);
+  ASSERT_EQ(LoadedPlugins()[0].events.size(), 1u);
+  EXPECT_EQ(LoadedPlugins()[0].events[0].event_id, 5);
   EXPECT_TRUE(IsRegisteredOperator(L"Test Op"));
   EXPECT_FALSE(IsRegisteredOperator(L"TestOp"));  // names match exactly
   EXPECT_TRUE(IsRegisteredProperty(L"BareProp"));
   EXPECT_FALSE(IsRegisteredProperty(L"Echo Args"));
-  // A command is found by its name and by its script name.
-  EXPECT_TRUE(IsPluginCommand(L"Echo Args"));
+  EXPECT_TRUE(IsPluginCommand(L"Echo Args"));  // by its name and by its script name
   EXPECT_TRUE(IsPluginCommand(L"EchoArgs"));
-}
-
-TEST_F(PluginLoaderTest, FindsCallbacksByNameWithoutBlanks) {
-  EXPECT_EQ(CallbackPrefix(L"Rig to Rig"), "RigtoRig");
-  EXPECT_EQ(CallbackPrefix(L" Tag\tRig "), "TagRig");
-  EXPECT_EQ(FindCallback(L"Echo Args", "_Init"), nullptr);  // nothing loaded yet
-
-  LoadTestPlugin();
   CallbackFn init = FindCallback(L"Echo Args", "_Init");
   ASSERT_NE(init, nullptr);
   EXPECT_EQ(init, FindCallbackSymbol("EchoArgs_Init"));
-  EXPECT_NE(FindCallback(L"Test Op", "_Update"), nullptr);
   EXPECT_EQ(FindCallback(L"Test Op", "_Define"), nullptr);
-  EXPECT_EQ(FindCallback(L"OtherOp", "_Update"), nullptr);  // registered, not exported
-
   {  // A callback that does not exist is not an error.
     CRef context;
     bool found = true;
     EXPECT_EQ(InvokeCallback(L"OtherOp", "_Term", context, &found), CStatus::OK);
     EXPECT_FALSE(found);
   }
-
   UnloadAllPlugins();
   EXPECT_EQ(FindCallback(L"Echo Args", "_Init"), nullptr);
   EXPECT_FALSE(IsPluginCommand(L"Echo Args"));
@@ -108,31 +71,19 @@ CStatus KeepingEntry(PluginRegistrar& reg) {
 }
 
 TEST_F(PluginLoaderTest, RefusesBadModulesAndLeavesNothingBehind) {
-  {
-    std::string error;
-    EXPECT_FALSE(LoadPlugin("/nonexistent/libnothing.so", &error));
-    EXPECT_FALSE(error.empty());
-  }
-  {  // A library without the entry point.
-    std::string error;
-    EXPECT_FALSE(LoadPlugin("libm.so.6", &error));
-    EXPECT_NE(error.find("KRXLoadPlugin"), std::string::npos) << error;
-  }
-  {
-    std::string error;
-    EXPECT_FALSE(LoadInProcessPlugin(&FailingEntry, nullptr, &error));
-    EXPECT_NE(error.find("status 1"), std::string::npos) << error;
-    EXPECT_FALSE(IsPluginCommand(L"Orphan"));
-  }
-  {
-    std::string error;
-    EXPECT_FALSE(LoadInProcessPlugin(&ThrowingEntry, nullptr, &error));
-    EXPECT_NE(error.find("entry exploded"), std::string::npos) << error;
-  }
+  std::string error;
+  EXPECT_FALSE(LoadPlugin("/nonexistent/libnothing.so", &error));
+  EXPECT_FALSE(error.empty());
+  EXPECT_FALSE(LoadPlugin("libm.so.6", &error));  // no entry point
+  EXPECT_NE(error.find("KRXLoadPlugin"), std::string::npos) << error;
+  EXPECT_FALSE(LoadInProcessPlugin(&FailingEntry, nullptr, &error));
+  EXPECT_NE(error.find("status 1"), std::string::npos) << error;
+  EXPECT_FALSE(IsPluginCommand(L"Orphan"));
+  EXPECT_FALSE(LoadInProcessPlugin(&ThrowingEntry, nullptr, &error));
+  EXPECT_NE(error.find("entry exploded"), std::string::npos) << error;
   EXPECT_TRUE(LoadedPlugins().empty());
   {  // The same module twice.
     LoadTestPlugin();
-    std::string error;
     EXPECT_FALSE(LoadPlugin(KRX_TEST_PLUGIN_PATH, &error));
     EXPECT_NE(error.find("already loaded"), std::string::npos) << error;
     EXPECT_EQ(LoadedPlugins().size(), 1u);
@@ -141,8 +92,6 @@ TEST_F(PluginLoaderTest, RefusesBadModulesAndLeavesNothingBehind) {
     ASSERT_TRUE(LoadInProcessPlugin(&KeepingEntry, nullptr));
     EXPECT_NE(g_kept_registrar.RegisterCommand(L"Late", L"Late"), CStatus::OK);
     EXPECT_FALSE(IsPluginCommand(L"Late"));
-    ASSERT_FALSE(LoadedPlugins().empty());
-    EXPECT_TRUE(LoadedPlugins().back().commands.empty());
   }
 }
 
@@ -165,12 +114,9 @@ TEST_F(PluginLoaderTest, InProcessPluginsResolveThroughTheirTable) {
                                                    {"LocalCmd_Init", &LocalCmdInit},
                                                    {"LocalCmd_Execute", &LocalCmdExecute},
                                                })));
-  ASSERT_FALSE(LoadedPlugins().empty());
-  EXPECT_TRUE(LoadedPlugins().back().path.empty());
   CValue result;
   ASSERT_EQ(ExecutePluginCommand(L"Local Cmd", {}, result), CStatus::OK);
   EXPECT_EQ(result.GetInt(), 11);
-
   // An in-process callback is found before any plug-in's own.
   RegisterInProcessCallback("LocalCmd_Execute", &LocalCmdOverride);
   ASSERT_EQ(ExecutePluginCommand(L"LocalCmd", {}, result), CStatus::OK);
@@ -188,7 +134,6 @@ TEST_F(PluginLoaderTest, OperatorUserDataLivesOnTheOperator) {
   context->source = op;
   context->op = op.get();
   CRef ref = RefTo(context);
-
   ASSERT_EQ(InvokeCallback(op->op_type, "_Init", ref), CStatus::OK);
   EXPECT_NE(op->user_data, nullptr);
   EXPECT_EQ(context->user_data, nullptr);
@@ -201,26 +146,19 @@ TEST_F(PluginLoaderTest, OperatorUserDataLivesOnTheOperator) {
   EXPECT_EQ(other->attributes[L"Count"].GetInt(), 2);
   ASSERT_EQ(InvokeCallback(op->op_type, "_Term", ref), CStatus::OK);
   EXPECT_EQ(op->user_data, nullptr);
-
   {  // Without an operator, the data stays on the context.
     auto plain = std::make_shared<ContextItem>();
     CRef plain_ref = RefTo(plain);
     int value = 5;
     EXPECT_EQ(Context(plain_ref).PutUserData(&value), CStatus::OK);
     EXPECT_EQ(plain->user_data, &value);
-    EXPECT_EQ(Context(plain_ref).GetUserData(), &value);
   }
 }
 
-TEST_F(PluginLoaderTest, MenusInitAddsItemsAndClicksRunTheirCallbacks) {
-  EXPECT_TRUE(Menus().empty());
+TEST_F(PluginLoaderTest, MenuItemsRunTheirCallbacksAndGiveTheirStatus) {
   LoadTestPlugin();
   const std::vector<MenuRecord> menus = Menus();
   ASSERT_EQ(menus.size(), 2u);
-  EXPECT_EQ(menus[0].name, CString("Test Menu"));
-  EXPECT_EQ(menus[0].anchor, 218);
-  EXPECT_EQ(menus[0].items.size(), 1u);
-  EXPECT_EQ(menus[1].name, CString("Second Menu"));
   EXPECT_TRUE(menus[1].submenu && menus[1].dynamic);
   EXPECT_EQ(menus[1].items.size(), 2u);
   // An item runs its own callback, with the menu as the context's source; the callback's
@@ -248,11 +186,9 @@ TEST_F(PluginLoaderTest, SceneEventsReachEveryModuleOnce) {
   LoadTestPlugin();
   g_open_scene_calls = 0;
   RegisterInProcessCallback(kOpenSceneCallback, &CountOpenScene);
-
   FireSceneEvent(false);
   EXPECT_EQ(Notes(), std::vector<std::string>{"new scene, source valid=no"});
   EXPECT_EQ(g_open_scene_calls, 0);
-
   ClearLog();
   FireSceneEvent(true);
   // The module's own callback and the in-process one both run, each once.

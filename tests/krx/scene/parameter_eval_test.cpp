@@ -18,23 +18,19 @@ TEST_F(ParameterEval, FunctionCurveDrivesTheParameterAtEveryTime) {
   Parameter posx = Local(o).GetParameter(L"posx");
   FCurve curve = posx.AddFCurve({Key(11, 10), Key(1, 0)});  // given out of order
   ASSERT_TRUE(curve.IsValid());
-  EXPECT_EQ(curve.GetNumKeys(), 2);
   EXPECT_EQ(curve.GetKey(0).time, 1.0);
-  EXPECT_TRUE(posx.IsAnimated(AnimationSource::FCurve));
   EXPECT_EQ(posx.GetSourceKind(), AnimationSource::FCurve);
   {  // Linear between the keys, constant outside; the transform follows.
-    const std::pair<double, double> samples[] = {{0, 0}, {1, 0}, {3.5, 2.5}, {6, 5}, {11, 10}, {20, 10}};
+    const std::pair<double, double> samples[] = {{0, 0}, {1, 0},   {3.5, 2.5},
+                                                 {6, 5}, {11, 10}, {20, 10}};
     for (const auto& [frame, value] : samples) {
       EXPECT_DOUBLE_EQ(posx.GetValue(frame).GetDouble(), value) << frame;
       EXPECT_DOUBLE_EQ(GlobalPosition(o, frame).GetX(), value) << frame;
     }
   }
-  {  // The current time is "Current" of Play Control.
-    Application().PutCurrentFrame(6.0);
-    EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 5.0);
-  }
+  Application().PutCurrentFrame(6.0);  // the current time is "Current" of Play Control
+  EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 5.0);
   {  // A key edit is seen by the next read at the same time.
-    EXPECT_DOUBLE_EQ(GlobalPosition(o, 6.0).GetX(), 5.0);
     ASSERT_TRUE(Succeeded(curve.SetKey(1, Key(11, 20))));
     EXPECT_DOUBLE_EQ(GlobalPosition(o, 6.0).GetX(), 10.0);
     EXPECT_EQ(curve.AddKey(6.0, -1.0), 1);
@@ -43,7 +39,6 @@ TEST_F(ParameterEval, FunctionCurveDrivesTheParameterAtEveryTime) {
   {  // Removing the animation keeps the value at the current frame (6).
     ASSERT_TRUE(Succeeded(posx.RemoveAnimation()));
     EXPECT_FALSE(curve.IsValid());
-    EXPECT_FALSE(posx.IsAnimated(AnimationSource::None));
     EXPECT_DOUBLE_EQ(posx.GetValue(100.0).GetDouble(), -1.0);
   }
 }
@@ -52,11 +47,9 @@ TEST_F(ParameterEval, PutOnAnimatedParameterIsTransient) {
   X3DObject o = root_.AddNull(L"o");
   Parameter posx = Local(o).GetParameter(L"posx");
   posx.AddFCurve({Key(1, 0), Key(11, 10)});
-  Application app;
   {  // Seen by the reads that follow at that frame, not a key.
     EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 0.0);
     ASSERT_TRUE(Succeeded(posx.PutValue(7.0)));
-    EXPECT_DOUBLE_EQ(posx.GetValue().GetDouble(), 7.0);
     EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 7.0);
     EXPECT_EQ(posx.GetFCurve().GetNumKeys(), 2);
   }
@@ -69,10 +62,8 @@ TEST_F(ParameterEval, PutOnAnimatedParameterIsTransient) {
     t.SetTranslation(CVector3(4, 5, 6));
     ASSERT_TRUE(Succeeded(Local(o).PutTransform(t)));
     ExpectNear(GlobalPosition(o), CVector3(4, 5, 6));
-    app.PutCurrentFrame(2.0);
+    Application().PutCurrentFrame(2.0);
     ExpectNear(GlobalPosition(o), CVector3(1, 5, 6));  // posy, posz are not animated: kept
-    app.PutCurrentFrame(1.0);
-    ExpectNear(GlobalPosition(o), CVector3(0, 5, 6));
   }
   {  // A parameter without animation keeps a put at every frame.
     ASSERT_TRUE(Succeeded(Local(o).PutParameterValue(L"posz", -3.0, 9.0)));
@@ -85,27 +76,17 @@ TEST_F(ParameterEval, ExpressionsReadAnotherParameterAtTheSameTime) {
   X3DObject knee = hip.AddNull(L"knee");
   Local(hip).GetParameter(L"rotx").AddFCurve({Key(1, 0), Key(11, 40)});
   Parameter rotz = Local(knee).GetParameter(L"rotz");
-  const CString source = Local(hip).GetParameter(L"rotx").GetFullName();
-  EXPECT_EQ(source, CString(L"hip.kine.local.rotx"));
-  {  // name * k + c, evaluated at the time asked.
+  const CString source = L"hip.kine.local.rotx";
+  {  // name * k + c, evaluated at the time asked; the knee turns about its own Z.
     ASSERT_TRUE(Succeeded(rotz.AddExpression(source + L" * 2 + 1")));
-    EXPECT_EQ(rotz.GetExpression(), source + L" * 2 + 1");
     EXPECT_TRUE(rotz.IsAnimated(AnimationSource::Expression));
     EXPECT_DOUBLE_EQ(rotz.GetValue(1.0).GetDouble(), 1.0);
     EXPECT_DOUBLE_EQ(rotz.GetValue(6.0).GetDouble(), 41.0);
-    // The knee turns 41 degrees about its own Z: its x axis shows it.
-    const MATH::CTransformation local = Local(knee).GetTransform(6.0);
-    EXPECT_NEAR(local.GetRotation().GetXYZAngles().GetZ(), MATH::DegreesToRadians(41.0), 1e-9);
-  }
-  {  // Other forms of the text.
-    ASSERT_TRUE(Succeeded(rotz.AddExpression(source + L" - 0.5")));
-    EXPECT_DOUBLE_EQ(rotz.GetValue(6.0).GetDouble(), 19.5);
-    ASSERT_TRUE(Succeeded(rotz.AddExpression(L"0.25 * " + source)));
-    EXPECT_DOUBLE_EQ(rotz.GetValue(6.0).GetDouble(), 5.0);
-    ASSERT_TRUE(Succeeded(rotz.AddExpression(source)));
-    EXPECT_DOUBLE_EQ(rotz.GetValue(11.0).GetDouble(), 40.0);
+    EXPECT_NEAR(Local(knee).GetTransform(6.0).GetRotation().GetXYZAngles().GetZ(),
+                MATH::DegreesToRadians(41.0), 1e-9);
+    ASSERT_TRUE(Succeeded(rotz.AddExpression(L"0.25 * " + source + L" - 0.5")));
+    EXPECT_DOUBLE_EQ(rotz.GetValue(6.0).GetDouble(), 4.5);
     EXPECT_FALSE(Succeeded(rotz.AddExpression(L"nothing.kine.local.rotx")));
-    EXPECT_FALSE(Succeeded(rotz.AddExpression(L"* 2")));
   }
   {  // A global parameter follows another object's global rotation.
     X3DObject lead = root_.AddNull(L"lead");
@@ -128,15 +109,18 @@ TEST_F(ParameterEval, ExpressionsReadAnotherParameterAtTheSameTime) {
 }
 
 TEST_F(ParameterEval, ExpressionTextParsing) {
-  // Forms beyond those the scenes above read: signs, exponents, dashes in names, constants.
   const struct {
     const wchar_t* text;
     bool ok;
     const wchar_t* source;
     double scale, offset;
-  } cases[] = {{L"a.b*-3-4", true, L"a.b", -3, -4},          {L"a.b * 1e-3", true, L"a.b", 1e-3, 0},
-               {L"left-arm.posx", true, L"left-arm.posx", 1, 0}, {L"7", true, L"", 1, 7},
-               {L"a * b", false, L"", 1, 0},                 {L"", false, L"", 1, 0}};
+  } cases[] = {{L"a.b*-3-4", true, L"a.b", -3, -4},
+               {L"a.b * 1e-3", true, L"a.b", 1e-3, 0},
+               {L"left-arm.posx", true, L"left-arm.posx", 1, 0},
+               {L"7", true, L"", 1, 7},
+               {L"a * b", false, L"", 1, 0},
+               {L"* 2", false, L"", 1, 0},
+               {L"", false, L"", 1, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(CString(c.text).GetAsciiString());
     ParsedExpression parsed;
@@ -150,32 +134,26 @@ TEST_F(ParameterEval, ExpressionTextParsing) {
 
 TEST_F(ParameterEval, PutsConvertToTheTypeAndLimits) {
   CustomProperty p = root_.AddCustomProperty(L"Settings");
-  Parameter count = p.AddParameter(L"count", ValueType::Int, kCapPersistable, L"", L"", 3, 0, 10);
-  Parameter gain = p.AddParameter(L"gain", ValueType::Double, kCapAnimatable, L"Gain", L"", 0.5, -1.0, 1.0);
+  Parameter count = p.AddParameter(L"count", ValueType::Int, 0, L"", L"", 3, 0, 10);
+  Parameter gain =
+      p.AddParameter(L"gain", ValueType::Double, kCapAnimatable, L"", L"", 0.5, -1.0, 1.0);
   Parameter on = p.AddParameter(L"on", ValueType::Bool, 0, L"", L"", 0);
   Parameter text = p.AddParameter(L"text", ValueType::String, 0, L"", L"", 12);
-  {
-    EXPECT_EQ(count.GetValue().GetType(), ValueType::Int);
-    EXPECT_EQ(count.GetLabel(), CString(L"count"));  // no label given: the name
-    EXPECT_EQ(text.GetValue().GetString(), CString(L"12"));
-    EXPECT_EQ(on.GetValue(), CValue(false));
-  }
-  {
-    count.PutValue(CString(L"7.6"));
-    EXPECT_EQ(count.GetValue(), CValue(8));
-    count.PutValue(25);
-    EXPECT_EQ(count.GetValue(), CValue(10));
-    gain.PutValue(-3.0);
-    EXPECT_EQ(gain.GetValue(), CValue(-1.0));
-    on.PutValue(CString(L"true"));
-    EXPECT_EQ(on.GetValue(), CValue(true));
-    text.PutValue(Application().GetActiveSceneRoot().GetRef());
-    EXPECT_EQ(text.GetValue().GetString(), CString(L"Scene_Root"));
-  }
-  {  // A second parameter of the same name is refused; string parameters take no curve.
-    EXPECT_FALSE(p.AddParameter(L"gain", ValueType::Double, 0, L"", L"", 0.0).IsValid());
-    EXPECT_FALSE(text.AddFCurve({Key(1, 1)}).IsValid());
-  }
+  EXPECT_EQ(text.GetValue().GetString(), CString(L"12"));
+  EXPECT_EQ(on.GetValue(), CValue(false));
+  count.PutValue(CString(L"7.6"));
+  EXPECT_EQ(count.GetValue(), CValue(8));
+  count.PutValue(25);
+  EXPECT_EQ(count.GetValue(), CValue(10));
+  gain.PutValue(-3.0);
+  EXPECT_EQ(gain.GetValue(), CValue(-1.0));
+  on.PutValue(CString(L"true"));
+  EXPECT_EQ(on.GetValue(), CValue(true));
+  text.PutValue(Application().GetActiveSceneRoot().GetRef());
+  EXPECT_EQ(text.GetValue().GetString(), CString(L"Scene_Root"));
+  // A second parameter of the same name is refused; string parameters take no curve.
+  EXPECT_FALSE(p.AddParameter(L"gain", ValueType::Double, 0, L"", L"", 0.0).IsValid());
+  EXPECT_FALSE(text.AddFCurve({Key(1, 1)}).IsValid());
 }
 
 }  // namespace
