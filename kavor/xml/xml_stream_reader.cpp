@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <string>
+#include <xercesc/dom/DOMException.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/XMLDocumentHandler.hpp>
 #include <xercesc/framework/XMLValidator.hpp>
 #include <xercesc/internal/XMLScanner.hpp>
 #include <xercesc/sax/InputSource.hpp>
@@ -149,6 +151,57 @@ class Forwarder : public xercesc::DefaultHandler {
   CString first_;
 };
 
+// Thrown from the scanner's callbacks for a declaration that the document reader refuses
+// with an exception; caught around the parse.
+struct UnsupportedVersion {};
+
+// Stands between the scanner and the SAX2 reader to see the XML declaration, which the
+// SAX2 interface does not pass on. A document records its version and refuses any other
+// than "1.0" and "1.1" by throwing; the stream reader refuses the same.
+class DeclarationCheck : public xercesc::XMLDocumentHandler {
+ public:
+  explicit DeclarationCheck(xercesc::XMLDocumentHandler* next) : next_(next) {}
+  void docCharacters(const XMLCh* const chars, const XMLSize_t length,
+                     const bool cdata) override {
+    next_->docCharacters(chars, length, cdata);
+  }
+  void docComment(const XMLCh* const comment) override { next_->docComment(comment); }
+  void docPI(const XMLCh* const target, const XMLCh* const data) override {
+    next_->docPI(target, data);
+  }
+  void endDocument() override { next_->endDocument(); }
+  void endElement(const xercesc::XMLElementDecl& element, const unsigned int uri,
+                  const bool is_root, const XMLCh* const prefix) override {
+    next_->endElement(element, uri, is_root, prefix);
+  }
+  void endEntityReference(const xercesc::XMLEntityDecl& entity) override {
+    next_->endEntityReference(entity);
+  }
+  void ignorableWhitespace(const XMLCh* const chars, const XMLSize_t length,
+                           const bool cdata) override {
+    next_->ignorableWhitespace(chars, length, cdata);
+  }
+  void resetDocument() override { next_->resetDocument(); }
+  void startDocument() override { next_->startDocument(); }
+  void startElement(const xercesc::XMLElementDecl& element, const unsigned int uri,
+                    const XMLCh* const prefix, const xercesc::RefVectorOf<xercesc::XMLAttr>& list,
+                    const XMLSize_t count, const bool is_empty, const bool is_root) override {
+    next_->startElement(element, uri, prefix, list, count, is_empty, is_root);
+  }
+  void startEntityReference(const xercesc::XMLEntityDecl& entity) override {
+    next_->startEntityReference(entity);
+  }
+  void XMLDecl(const XMLCh* const version, const XMLCh* const encoding,
+               const XMLCh* const standalone, const XMLCh* const automatic) override {
+    const std::u16string_view text = version == nullptr ? u"" : version;
+    if (!text.empty() && text != u"1.0" && text != u"1.1") throw UnsupportedVersion();
+    next_->XMLDecl(version, encoding, standalone, automatic);
+  }
+
+ private:
+  xercesc::XMLDocumentHandler* next_;
+};
+
 struct DeleteReader {
   void operator()(xercesc::SAX2XMLReader* reader) const { delete reader; }
 };
@@ -221,6 +274,8 @@ std::vector<CString> XmlStreamInput::Read(XmlStreamEvents& events) const {
     xercesc::XMLScanner* scanner = ScannerOfValidator::Get(reader->getValidator());
     if (scanner == nullptr) return {L"An Exception parsing " + path_};
     scanner->setDisallowDTD(true);
+    DeclarationCheck declaration(scanner->getDocHandler());
+    if (scanner->getDocHandler() != nullptr) scanner->setDocHandler(&declaration);
     const std::u16string system_id = ToXmlText(path_);
     if (fd_ >= 0) {
       FileSource source(fd_, file_size_, system_id.c_str(), &read_failed);
@@ -247,6 +302,12 @@ std::vector<CString> XmlStreamInput::Read(XmlStreamEvents& events) const {
       errors.push_back(L"elements are nested deeper than " + CountText(kMaxXmlDepth) +
                        L" levels");
     }
+  } catch (const UnsupportedVersion&) {
+    const xercesc::DOMException refusal(xercesc::DOMException::NOT_SUPPORTED_ERR, 0);
+    const CString why = refusal.getMessage() != nullptr && refusal.getMessage()[0] != 0
+                            ? FromXmlText(refusal.getMessage())
+                            : CountText(refusal.code);
+    errors.push_back(L"DOM Exception parsing " + path_ + L"\n reports: \n" + why);
   } catch (const xercesc::XMLException& e) {
     errors.push_back(L"DOM Exception parsing " + path_ + L"\n reports: \n" +
                      FromXmlText(e.getMessage()));
