@@ -71,7 +71,7 @@ class ShippedStructures : public testing::Test {
   std::vector<Shipped> shipped_;
 };
 
-TEST_F(ShippedStructures, HoldTheInvariants) {
+TEST_F(ShippedStructures, HoldTheInvariantsAndMirrorTheirSides) {
   for (const Shipped& shipped : shipped_) {
     SCOPED_TRACE(shipped.name);
     const ModelStructure& s = shipped.structure;
@@ -92,35 +92,18 @@ TEST_F(ShippedStructures, HoldTheInvariants) {
     }
     EXPECT_EQ(hips, 1);
     EXPECT_EQ(feet, s.type == "Quadruped" ? 4 : 2);
-    // Every plane starts at an "anchor" entry and has three nodes.
-    std::map<std::string, std::string> type_words;
-    for (const auto* groups : {&s.base_groups, &s.groups}) {
-      for (const StructureGroup& g : *groups) {
-        for (const StructureGroupNode& entry : g.nodes) type_words[entry.name] = entry.type;
-      }
-    }
-    for (const StructurePlane& plane : s.planes) {
-      EXPECT_EQ(type_words[s.nodes[plane.anchor_index].name], "anchor") << plane.name;
-      EXPECT_EQ(plane.chain.size(), 3u) << plane.name;
-    }
-  }
-}
-
-TEST_F(ShippedStructures, SidesMirrorEachOther) {
-  for (const Shipped& shipped : shipped_) {
-    SCOPED_TRACE(shipped.name);
-    const ModelStructure& s = shipped.structure;
-    for (int i = 0; i < s.NumNodes(); ++i) {
-      const StructureNode& node = s.nodes[i];
+    // Every limb plane is a two-bone chain.
+    for (const StructurePlane& plane : s.planes) EXPECT_EQ(plane.chain.size(), 3u) << plane.name;
+    for (const StructureNode& node : s.nodes) {
       if (!IsSided(node.name)) {
         EXPECT_EQ(node.mirror_index, -1) << node.name;
         continue;
       }
-      // The file's mirror rule and the tag page's first-letter swap name the same partner.
+      // The file's mirror rule and the tag page's first-letter swap name the same partner,
+      // the node's mirror image through the YZ plane.
       ASSERT_GE(node.mirror_index, 0) << node.name;
-      const StructureNode& partner = s.nodes[node.mirror_index];
+      const StructureNode& partner = s.nodes[static_cast<size_t>(node.mirror_index)];
       EXPECT_EQ(partner.name, std::string(1, node.name[0] == 'l' ? 'r' : 'l') + node.name.substr(1));
-      // The partner is the node's mirror image through the YZ plane.
       EXPECT_EQ(partner.offset, MirrorX(node.offset)) << node.name;
       EXPECT_EQ(partner.align, MirrorX(node.align)) << node.name;
       EXPECT_EQ(partner.roll, MirrorX(node.roll)) << node.name;
