@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path SharedFolder() {
-  const char* source = std::getenv("KAVOR_SOURCE_DIR");
-  return source ? fs::path(source) / ".." / "shared" : fs::path();
-}
-
 CValue RunCommand(const wchar_t* command, const CValueArray& args) {
   CValue result;
   Application().ExecuteCommand(command, args, result);
@@ -29,28 +24,28 @@ CValue RunCommand(const wchar_t* command, const CValueArray& args) {
 }
 
 TEST(BvhImport, MatchesTheReferenceReader) {
-  const fs::path tool = SharedFolder() / "tools" / "bvh_fk.py";
-  if (SharedFolder().empty() || !fs::exists(tool) || !fs::exists("/usr/bin/python3")) {
-    GTEST_SKIP() << "the reference reader is not there";
+  const char* source = std::getenv("KAVOR_SOURCE_DIR");
+  const fs::path shared = source ? fs::path(source) / ".." / "shared" : fs::path();
+  const fs::path tool = shared / "tools" / "bvh_fk.py";
+  if (!source || !fs::exists(tool) || !fs::exists(shared / "data" / "bvh")) {
+    GTEST_SKIP() << "the reference reader or the shared captures are not there";
   }
-  int files = 0;
-  for (const auto& entry : fs::directory_iterator(SharedFolder() / "data" / "bvh")) {
+  for (const auto& entry : fs::directory_iterator(shared / "data" / "bvh")) {
     if (entry.path().extension() != ".bvh") continue;
     SCOPED_TRACE(entry.path().filename().string());
-    const fs::path reference = fs::temp_directory_path() / ("krx_bvh_ref_" + entry.path().stem().string() + ".json");
-    const std::string command = "/usr/bin/python3 '" + tool.string() + "' '" + entry.path().string() + "' '" +
-                                reference.string() + "' --frames 4 > /dev/null 2>&1";
+    const fs::path json = fs::temp_directory_path() / ("krx_bvh_" + entry.path().stem().string());
+    const std::string command = "/usr/bin/python3 '" + tool.string() + "' '" +
+                                entry.path().string() + "' '" + json.string() +
+                                "' --frames 4 > /dev/null 2>&1";
     if (std::system(command.c_str()) != 0) GTEST_SKIP() << "the reference reader did not run";
-    std::ifstream in(reference);
-    const nlohmann::json expected = nlohmann::json::parse(in);
-    fs::remove(reference);
+    const nlohmann::json expected = nlohmann::json::parse(std::ifstream(json));
+    fs::remove(json);
 
     ResetScene();
     const CValue name = RunCommand(L"ImportBVH", {CValue(entry.path().string()), CValue(L"Capture")});
-    ASSERT_EQ(name.GetType(), ValueType::String);
     const X3DObject model = Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false);
     ASSERT_TRUE(model.IsValid());
-    double size = 1e-9;
+    double size = 1e-9;  // the capture's extent, for a tolerance relative to it
     for (const auto& frame : expected["positions"]) {
       for (const auto& p : frame) size = std::max({size, std::fabs(p[0].get<double>()), std::fabs(p[1].get<double>())});
     }
@@ -59,7 +54,8 @@ TEST(BvhImport, MatchesTheReferenceReader) {
       const X3DObject joint = model.FindChild(CString(names[j].get<std::string>()));
       ASSERT_TRUE(joint.IsValid()) << names[j];
       for (size_t f = 0; f < expected["positions"].size(); ++f) {
-        const MATH::CVector3 p = joint.GetKinematics().GetGlobal().GetTransform(static_cast<double>(f + 1)).GetTranslation();
+        const MATH::CVector3 p =
+            joint.GetKinematics().GetGlobal().GetTransform(static_cast<double>(f + 1)).GetTranslation();
         const auto& want = expected["positions"][f][j];
         EXPECT_NEAR(p.GetX(), want[0].get<double>(), 1e-9 * size);
         EXPECT_NEAR(p.GetY(), want[1].get<double>(), 1e-9 * size);
@@ -68,10 +64,8 @@ TEST(BvhImport, MatchesTheReferenceReader) {
     }
     const Property play = Application().GetActiveProject().GetPlayControl();
     EXPECT_EQ(play.GetParameterValue(L"Out").GetInt(), expected["frame_count_data"].get<int>());
-    EXPECT_NEAR(play.GetParameterValue(L"Rate").GetDouble(), std::round(1.0 / expected["frame_time"].get<double>()), 1e-9);
-    ++files;
+    EXPECT_EQ(play.GetParameterValue(L"Rate").GetDouble(), std::round(1.0 / expected["frame_time"].get<double>()));
   }
-  if (files == 0) GTEST_SKIP() << "no shared captures";
   ResetScene();
 }
 
@@ -86,19 +80,15 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
 
 TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
   std::string error;
-  {
+  {  // The good file: one column per channel, in the order of the joints.
     const std::optional<BvhFile> file = ParseBvh(kGood, &error);
     ASSERT_TRUE(file) << error;
-    EXPECT_EQ(file->joints.size(), 2u);
-    EXPECT_EQ(file->frame_count, 2u);
     ASSERT_EQ(file->columns.size(), 9u);
-    EXPECT_EQ(file->Value(0, 6), 90.0);  // frame 1, the Leg's Zrotation
-    EXPECT_EQ(file->joints[1].first_channel, 6u);
+    EXPECT_TRUE(file->Value(0, 6) == 90.0 && file->joints[1].first_channel == 6u);
   }
   const std::string long_name(kMaxBvhNameLength + 1, 'n');
   const struct {
-    std::string text;
-    const char* message;
+    std::string text, message;
   } cases[] = {
       {"", "line 1: expected 'HIERARCHY'"},
       {kGood.substr(0, kGood.find(" JOINT")), "the hierarchy ends inside joint 'Hips'"},
@@ -108,8 +98,8 @@ TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
       {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End", "Zrotation XROTATION Xrotation\n  End"),
        "line 8: joint 'Leg' lists the channel Xrotation twice"},
       {Replaced(kGood, "6 Xposition Yposition", "6 Xposition Xposition"), "line 5: joint 'Hips' lists the channel Xposition twice"},
-      {Replaced(kGood, "JOINT Leg", "JOINT " + long_name), "line 6: the joint name 'nnnn"},
-      {Replaced(kGood, "JOINT Leg", "JOINT " + long_name), "is longer than 255 characters"},
+      {Replaced(kGood, "JOINT Leg", "JOINT " + long_name),
+       "line 6: the joint name '" + long_name.substr(0, 40) + "...' is longer than 255 characters"},
       {Replaced(kGood, "0.04", "0"), "line 17: bad frame time '0': it must be above 0 and at most 1 second"},
       {Replaced(kGood, "0.04", "-0.04"), "bad frame time '-0.04'"},
       {Replaced(kGood, "0.04", "nan"), "bad frame time 'nan'"},
@@ -124,10 +114,9 @@ TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
     EXPECT_FALSE(ParseBvh(c.text, &error));
     EXPECT_NE(error.find(c.message), std::string::npos) << error;
   }
-  {  // The edges that are still good: a name of the longest length, one frame per second.
-    EXPECT_TRUE(ParseBvh(Replaced(Replaced(kGood, "JOINT Leg", "JOINT " + long_name.substr(1)), "0.04", "1"), &error))
-        << error;
-  }
+  // The edges that are still good: a name of the longest length, one frame per second.
+  EXPECT_TRUE(ParseBvh(Replaced(Replaced(kGood, "JOINT Leg", "JOINT " + long_name.substr(1)), "0.04", "1"), &error))
+      << error;
   {  // Through the command: the scene is left as it was.
     ResetScene();
     const fs::path path = fs::temp_directory_path() / "krx_bad.bvh";

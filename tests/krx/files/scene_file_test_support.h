@@ -1,6 +1,6 @@
 // Shared set-up of the scene file tests: an in-process plug-in with an operator and a
-// property type, a scene that uses every kind of content a scene file carries, and helpers
-// to compare what the scene evaluates to.
+// property type, one scene that holds every kind of item a scene file carries, and a
+// fingerprint of the scene read from the runtime's items.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,12 +15,8 @@ namespace KRX::rt::testing {
 
 // What the test plug-in's callbacks counted since the fixture started.
 struct PluginCounts {
-  int op_init = 0;
-  int op_term = 0;
-  int op_update_without_data = 0;  // updates that found no user data from _Init
-  int prop_define = 0;
-  int scene_opened = 0;
-  int scene_new = 0;
+  int op_init = 0, op_term = 0, prop_define = 0;
+  int scene_opened = 0, scene_new = 0;
 };
 PluginCounts& Counts();
 
@@ -33,32 +29,20 @@ class SceneFileFixture : public ::testing::Test {
   std::filesystem::path folder_;
 };
 
-// Builds the reference scene in the active scene:
-//   Rig (model)
-//     hip (null)        posx animated by a Bezier curve, rotorder YZX, neutral pose set
-//       knee (null)     rotz driven by an expression on hip's rotx
-//     tip (sphere)      orientation constraint on "knee"
-//     ctrl (null)       property "Controls" (custom, every value type, limits, a grid),
-//                       a "FileTestProp" property (plug-in type), a user-data blob,
-//                       "Display Property"
-//     path (curve)      three points
-//     src, dst (nulls)  the operator FileTestOp writes dst's global from src's global
-//                       and ctrl.Controls.amount
-// Play Control: In 1, Out 24, Rate 30, Current 5. Selection: knee, then ctrl.
+// Model "Rig" with: hip (null; rotorder, neutral pose, a Bezier/Linear/Constant curve with
+// handles of its own plus one auto-tangent key), knee (expression on hip's rotx), tip
+// (sphere, orientation constraint on knee), ctrl (custom property of every value type
+// with limits and a grid, a plug-in property, a blob, "Display Property"), path (curve),
+// src and dst (the operator FileTestOp moves dst's global up from src's by
+// ctrl.Controls.amount plus the 7 its _Init stored). Play Control 1..24 at 30, current
+// frame 5, selection knee then ctrl.
 void BuildReferenceScene();
 
-// Global transform of the object with this full name at `frame`.
-MATH::CTransformation GlobalAt(const CString& full_name, double frame);
-
-void ExpectSameTransform(const MATH::CTransformation& a, const MATH::CTransformation& b,
-                         double epsilon, const std::string& what);
-
-// One line per item of the active scene, in walk order, with everything a scene file must
-// keep: full name, class, type, every field of parameters (values, curves, expressions,
-// grids), blob bytes, constraints, curve points, operators and their ports, and the
-// selection. Read from the runtime's items, independently of the scene file code.
+// One line per item in walk order with every field a scene file must keep, then the
+// selection; read from the runtime's items, independently of the scene file code.
 std::vector<std::string> SceneFingerprint();
 
+MATH::CTransformation GlobalAt(const CString& full_name, double frame);
 std::vector<uint8_t> FileBytes(const std::string& path);
 void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes);
 
