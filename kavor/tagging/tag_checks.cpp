@@ -12,8 +12,6 @@ namespace kavor {
 
 namespace {
 
-constexpr int kFirstNodeParameter = 4;
-
 std::string Value(const KRX::CustomProperty& page, const std::string& name) {
   return ToNarrow(page.GetParameterValue(ToWide(name)).GetString());
 }

@@ -24,7 +24,6 @@ namespace kavor {
 
 namespace {
 
-constexpr int kFirstNodeParameter = 4;
 constexpr int kCapNotKeyable = 2048;
 
 std::string PageText(const KRX::CustomProperty& page, const wchar_t* name) {

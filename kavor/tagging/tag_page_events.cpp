@@ -22,8 +22,6 @@ namespace kavor {
 
 namespace {
 
-constexpr size_t kFirstNodeParameter = 4;
-
 KRX::Model ModelOfPage(const KRX::CustomProperty& page) { return KRX::Model(page.GetParent()); }
 
 std::string Text(const KRX::CustomProperty& page, const wchar_t* name) {

@@ -27,7 +27,6 @@ namespace kavor {
 
 namespace {
 
-constexpr int kFirstNodeParameter = 4;
 constexpr int32_t kOldestTemplateVersion = 7;
 
 void MarkDirty(KRX::CustomProperty& page) { page.PutParameterValue(L"dirty", KRX::CValue(true)); }

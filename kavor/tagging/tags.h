@@ -10,6 +10,7 @@
 // Transforms are measured in the model's own space (see model_space.h).
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -22,6 +23,9 @@ namespace kavor {
 
 inline constexpr const wchar_t* kTagProperty = L"ZRKTag";
 inline constexpr const wchar_t* kExtractionTagProperty = L"ZRKExtractionTag";
+// The tag page's node parameters follow its four fixed ones (StructureTag, StructureFile,
+// TemplateFile, dirty).
+inline constexpr size_t kFirstNodeParameter = 4;
 
 // The structure's directions for `node_name` (its group entry) expressed in the object's
 // local frame, negated when the object is mirrored (negative x scale). Leaves `align` and
