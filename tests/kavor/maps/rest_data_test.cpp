@@ -132,6 +132,20 @@ TEST_F(RigTest, NoFeetMeansNoLegLengthAndNoHipOffset) {
   EXPECT_NEAR(model.Node(1).length, 2.0, 1e-12);
 }
 
+TEST(HipOffset, ComesFromTheFirstOfTheLongestFeet) {
+  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
+  RetargetModel model(structure.get());
+  const int32_t ankle = FindNodeIndex(*structure, "lAnkle"),
+                toes = FindNodeIndex(*structure, "lToes");
+  structure->nodes[static_cast<size_t>(toes)].friction = true;  // a second foot below the ankle
+  model.Node(ankle).length = model.Node(toes).length = 7.5;
+  model.Node(0).align = CVector3(0, 1, 0);
+  model.Node(FindNodeIndex(*structure, "lHip")).global_pose.SetTranslationFromValues(0, -4, 0);
+  model.Node(ankle).global_pose.SetTranslationFromValues(0, -8, 0);
+  ComputeHipOffset(model);
+  EXPECT_DOUBLE_EQ(model.hip_offset, 4.0);  // below the ankle's parent (its anchor), not the ankle
+}
+
 // A real capture's skeleton in its bind pose (offsets only): every rest measure follows
 // from the file's joint offsets.
 TEST_F(RigTest, RestDataOfAnImportedCapture) {

@@ -275,6 +275,33 @@ TEST(LimbMath, UpVectorsAndStraightLimbs) {
   }
 }
 
+// A four-node leg of plain objects (the middle ones do not follow the end): +1 when the
+// pair next to the anchor and the pair next to the end bend to the same side, else -1.
+TEST_F(RigTest, BendSignsOfLongerChains) {
+  StructureParseResult parsed = ParseStructureText(
+      "Long\nleg { Hips lHip anchor 0 -1 0 0 0 1 0 0 0  lKnee child 0 -1 0 0 0 1 0 -1 0\n"
+      "  lShin child 0 -1 0 0 0 1 0 -1 0  lAnkle friction 0 -1 0 0 0 1 0 -1 0 }\n",
+      "Long", [](std::string_view) -> std::optional<std::string> {
+        return std::string("hips { world Hips hip 0 1 0 0 0 1 0 10 0 }\n");
+      });
+  ASSERT_TRUE(parsed.structure && parsed.structure->NumPlanes() == 1) << parsed.message;
+  ASSERT_EQ(parsed.structure->planes[0].chain.size(), 4u);
+  const KRX::Model rig(KRX::Application().GetActiveSceneRoot().AddModel(L"Long"));
+  for (const auto& [shin_z, sign] : {std::pair{1.5, 1}, {-0.5, -1}}) {
+    RetargetModel model(parsed.structure.get());
+    const CVector3 at[] = {{0, 10, 0}, {0, 0, 0}, {0, -1, 1}, {0, -2, shin_z}, {0, -3, 0}};
+    for (int32_t i = 0; i < 5; ++i) {
+      const std::string name = "n" + std::to_string(i) + (sign > 0 ? "a" : "b");
+      model.Node(i).object =
+          rigtest::AddNullAt(rig, name.c_str(), at[i].GetX(), at[i].GetY(), at[i].GetZ());
+    }
+    ComputeBendSigns(model);
+    EXPECT_EQ(model.Plane(0).bend_sign, sign);
+    ExpectNear(model.Node(4).object.GetKinematics().GetGlobal().GetTransform().GetTranslation(),
+               at[4]);
+  }
+}
+
 TEST(LimbMath, NormalizeThenDenormalizeGivesTheRotationBack) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   RetargetModel model(structure.get());

@@ -153,6 +153,14 @@ TEST(ProcessContacts, TargetFollowsThePlantedSourceFoot) {
     EXPECT_NEAR(s.At(3, 3).GetX(), 2.003, 1e-12);
     for (int32_t r = 4; r < 8; ++r) EXPECT_TRUE(s.At(3, r).Equals(CVector3(1, 0, 0), 1e-12)) << r;
   }
+  {  // A step under 0.5 % of the foot bone (1) is a contact to the end, one over it is not.
+    for (const double step : {0.0049, 0.0051}) {
+      Character s(kBiped, 3);
+      s.Fill(0, 3, {0, step, 2 * step}, {0, 1, 2});
+      ProcessContacts(*s.motion);
+      EXPECT_NEAR(s.At(3, 2).GetX(), step < 0.005 ? 2 * step : 2.0, 1e-12) << step;
+    }
+  }
 }
 
 TEST(FitLimbEndPaths, PiecesFollowTheSourceNeverAgainstIt) {
@@ -218,6 +226,16 @@ TEST(AlignOtherFeet, FeetMeetTheGroundAsTheSourcesDo) {
     const auto before = s.motion->global_poses;
     AlignOtherFeet(*s.motion);
     for (int32_t i = 0; i < 12; ++i) EXPECT_EQ(s.At(i, 1), before[size_t(i)][1].GetTranslation());
+  }
+  {  // Two feet below the same spine node (the hand and, re-parented, foot 11), each put
+     // level with the grounded foot: the spine node rises by the smaller shortfall.
+    Character s(kQuadruped, 1);
+    s.structure.nodes[9].parent = 3;
+    s.motion->limb_heights = {1.0, 0.0, 1.0};
+    s.Put(3, 0, CVector3(0, 0.2, 0));
+    s.Put(9, 0, CVector3(0, 0.5, 0));
+    AlignOtherFeet(*s.motion);
+    EXPECT_NEAR(s.At(1, 0).GetY(), 1.0 - 0.5, 1e-12);
   }
   {  // Hand (plane 0) against the grounded left foot (plane 1); target leg 2, foot bone 2
      // on the target and 1 on the source.
