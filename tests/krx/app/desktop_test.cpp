@@ -39,7 +39,6 @@ class DesktopTest : public AppFixture {
 TEST_F(DesktopTest, ViewsRecordWhatIsDoneToThemUntilClosed) {
   View view = ActiveLayout().CreateView(L"Property Panel", L"RotateNode");
   View other = ActiveLayout().CreateView(L"Explorer", L"B");
-  EXPECT_EQ(view.GetState(), 0);  // shown
   EXPECT_EQ(view.Move(110, 769), CStatus::OK);
   EXPECT_EQ(view.Resize(400, 145), CStatus::OK);
   EXPECT_EQ(view.Resize(-1, 10), CStatus::InvalidArgument);
@@ -65,8 +64,7 @@ TEST_F(DesktopTest, ViewsRecordWhatIsDoneToThemUntilClosed) {
     EXPECT_FALSE(view.IsValid());
     EXPECT_EQ(view.Move(1, 2), CStatus::Fail);
   }
-  // A handle of another family on a view is no handle on it.
-  EXPECT_FALSE(ProgressBar(other.GetRef()).IsValid());
+  EXPECT_FALSE(ProgressBar(other.GetRef()).IsValid());  // a view is no progress bar
 }
 
 TEST_F(DesktopTest, PropertyPanelShowsThePageItsTargetNames) {

@@ -78,9 +78,9 @@ TEST_F(PageTest, EventsNameTheirButtonOrParameter) {
   EXPECT_EQ(FirePPGEvent(ref_, PPGEvent::ParameterChange, L"Nope"), CStatus::OK);
   EXPECT_EQ(ClosePage(ref_), CStatus::OK);
   EXPECT_EQ(ClosePage(ref_), CStatus::OK);  // already closed: no second event
-  EXPECT_EQ(Notes(), (std::vector<std::string>{"button Go", "button Stop",
-                                               "changed Speed source=Speed",
-                                               "changed Nope source=Test Page12", "closed"}));
+  EXPECT_EQ(Notes(),
+            (std::vector<std::string>{"button Go", "button Stop", "changed Speed source=Speed",
+                                      "changed Nope source=Test Page12", "closed"}));
   // A deleted property has no page.
   property_->deleted = true;
   EXPECT_FALSE(InspectProperty(ref_, false));
@@ -102,8 +102,7 @@ TEST_F(PageTest, ModalPageTakesTheScriptedAnswer) {
   {  // A property without _DefineLayout shows its parameters in order.
     std::shared_ptr<Item> bare = MakeProperty(L"BareProp", {L"b", L"a"});
     EXPECT_FALSE(InspectProperty(RefTo(bare), true));
-    EXPECT_EQ(LayoutLines(PageLayout(RefTo(bare))),
-              (std::vector<std::string>{"item b", "item a"}));
+    EXPECT_EQ(LayoutLines(PageLayout(RefTo(bare))), (std::vector<std::string>{"item b", "item a"}));
   }
 }
 

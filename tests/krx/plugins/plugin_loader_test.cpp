@@ -8,7 +8,6 @@
 
 #include "krx/plugins/plugin_test_support.h"
 #include "plugins/menus.h"
-#include "plugins/plugin_items.h"
 #include "plugins/scene_events.h"
 #include "runtime/callbacks.h"
 #include "runtime/commands.h"
@@ -124,35 +123,6 @@ TEST_F(PluginLoaderTest, InProcessPluginsResolveThroughTheirTable) {
   ClearInProcessCallbacks();
   ASSERT_EQ(ExecutePluginCommand(L"LocalCmd", {}, result), CStatus::OK);
   EXPECT_EQ(result.GetInt(), 11);
-}
-
-TEST_F(PluginLoaderTest, OperatorUserDataLivesOnTheOperator) {
-  LoadTestPlugin();
-  auto op = std::make_shared<OperatorItem>();
-  op->op_type = L"Test Op";
-  auto context = std::make_shared<ContextItem>();
-  context->source = op;
-  context->op = op.get();
-  CRef ref = RefTo(context);
-  ASSERT_EQ(InvokeCallback(op->op_type, "_Init", ref), CStatus::OK);
-  EXPECT_NE(op->user_data, nullptr);
-  EXPECT_EQ(context->user_data, nullptr);
-  // A second context for the same operator sees the same data.
-  auto other = std::make_shared<ContextItem>();
-  other->op = op.get();
-  CRef other_ref = RefTo(other);
-  ASSERT_EQ(InvokeCallback(op->op_type, "_Update", ref), CStatus::OK);
-  ASSERT_EQ(InvokeCallback(op->op_type, "_Update", other_ref), CStatus::OK);
-  EXPECT_EQ(other->attributes[L"Count"].GetInt(), 2);
-  ASSERT_EQ(InvokeCallback(op->op_type, "_Term", ref), CStatus::OK);
-  EXPECT_EQ(op->user_data, nullptr);
-  {  // Without an operator, the data stays on the context.
-    auto plain = std::make_shared<ContextItem>();
-    CRef plain_ref = RefTo(plain);
-    int value = 5;
-    EXPECT_EQ(Context(plain_ref).PutUserData(&value), CStatus::OK);
-    EXPECT_EQ(plain->user_data, &value);
-  }
 }
 
 TEST_F(PluginLoaderTest, MenuItemsRunTheirCallbacksAndGiveTheirStatus) {
