@@ -162,19 +162,36 @@ TEST_F(ExtractionTest, ANodeWithoutASource) {
   }
 }
 
+// An unbound node within 1e-5 of its parent's limb end (a foot control on the ankle) keeps
+// its parent; farther away it hangs from the root.
+TEST_F(ExtractionTest, AnUnboundNodeOnItsParentsLimbEndKeepsItsParent) {
+  const int32_t toes = Index("lToes"), ankle = Index("lAnkle");
+  source_structure.nodes[static_cast<size_t>(toes)].obj_is_valid = false;
+  for (const auto& [gap, parent] : {std::pair{0.9e-5, ankle}, {1.1e-5, 0}}) {
+    target_structure->nodes[static_cast<size_t>(toes)].parent = ankle;
+    CTransformation placed = rig.ankle.GetKinematics().GetGlobal().GetTransform();
+    placed.SetTranslation(placed.GetTranslation() + CVector3(0, 0, gap));
+    rig.toes.GetKinematics().GetGlobal().PutTransform(placed);
+    ASSERT_TRUE(BindSource(*target, *source, glue));
+    EXPECT_EQ(target_structure->nodes[static_cast<size_t>(toes)].parent, parent) << gap;
+  }
+}
+
 TEST_F(ExtractionTest, AFreeNodeBehindItsParentBecomesAChildNode) {
   ASSERT_TRUE(BindSource(*target, *source, glue));
   const StructureNode& chest = target_structure->nodes[static_cast<size_t>(Index("Chest"))];
   const CVector3 spine = SourcePose("Spine").GetTranslation();
-  SourcePose("Chest").SetTranslation(spine + CVector3(0, 2, 0));
+  SourcePose("Chest").SetTranslation(spine + CVector3(0, 0.01, 0));  // just ahead of the spine
   ExtractFrame(*target, *source, 0);
   EXPECT_EQ(chest.type, StructureNodeType::kFree);
-  SourcePose("Chest").SetTranslation(spine + CVector3(0, -2, 0));
+  SourcePose("Chest").SetTranslation(spine);  // not ahead
   ExtractFrame(*target, *source, 0);
   EXPECT_EQ(chest.type, StructureNodeType::kChild);
-  // From then on the chest keeps the target's own offset above the spine.
+  // From then on the chest keeps the offset it last took from the source, as a child does.
+  SourcePose("Chest").SetTranslation(spine + CVector3(0, 3, 0));
+  ExtractFrame(*target, *source, 0);
   ExpectNear(TargetPose("Chest").GetTranslation() - TargetPose("Spine").GetTranslation(),
-             CVector3(0, 2, 0));
+             CVector3(0, 0.01, 0));
 }
 
 TEST_F(ExtractionTest, SolveLimbsReachesTheFootWithTheBonesLengthsKept) {
@@ -200,6 +217,12 @@ TEST_F(ExtractionTest, SolveLimbsReachesTheFootWithTheBonesLengthsKept) {
   ExpectNear(
       target->Node(knee).global_pose.GetRotation().GetQuaternion().Rotate(CVector3(0, -1, 0)),
       to_foot);
+  // A chain cut to two nodes (a bone without an object) is left as it is.
+  target_structure->planes[0].chain.pop_back();
+  target->Node(ankle).global_pose.SetTranslation(position(hip) + CVector3(0, -3, 3));
+  const CVector3 knee_before = position(knee);
+  SolveLimbs(*target);
+  ExpectNear(position(knee), knee_before);
 }
 
 // A capture skeleton of the rig's own layout drives it through the capture flow: one
