@@ -41,9 +41,11 @@ TEST(FCurveEval, ConstantAndLinearTables) {
 }
 
 TEST(FCurveEval, BezierClosedForms) {
-  {  // Control points on a line give that line, for any handle lengths.
-    const Keys keys = {Key(2, 1, I::Bezier, -1, -0.5, 1, 0.5), Key(8, 4, I::Bezier, -3, -1.5)};
-    for (double f = 2; f <= 8; f += 0.125) EXPECT_NEAR(EvaluateFCurve(keys, f), f / 2, 1e-12);
+  {  // Control points on a line give that line, for any handle lengths; handles past the
+     // segment are scaled back onto it, slope kept.
+    const Keys keys = {Key(2, 1, I::Bezier, -1, -0.5, 1, 0.5), Key(8, 4, I::Bezier, -3, -1.5, 20, 10),
+                       Key(12, 6, I::Bezier, -40, -20)};
+    for (double f = 2; f <= 12; f += 0.125) EXPECT_NEAR(EvaluateFCurve(keys, f), f / 2, 1e-12);
   }
   {  // Flat handles at thirds: 3u^2 - 2u^3 with u = (f - t0) / L.
     const Keys keys = {Key(0, 0, I::Bezier), Key(3, 1, I::Bezier)};

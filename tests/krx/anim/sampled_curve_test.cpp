@@ -13,9 +13,8 @@
 
 #include "anim/fcurve_eval.h"
 #include "files/scene_file.h"
-#include "krx/files/scene_file_test_support.h"
+#include "krx/files/file_test_support.h"
 #include "runtime/item.h"
-#include "runtime/scene_state.h"
 
 namespace KRX::rt {
 namespace {
@@ -103,7 +102,7 @@ TEST(SampledCurve, HoldsOnlyKeysItGivesBackUnchanged) {
 }
 
 // Through the SDK: a compact curve against the same keys held in full.
-class CompactCurve : public testing::SceneFileFixture {
+class CompactCurve : public testing::FileTest {
  protected:
   static FCurveItem* ItemOf(const FCurve& curve) { return dynamic_cast<FCurveItem*>(curve.Lock().get()); }
   static Parameter Param(const wchar_t* object, const wchar_t* name) {

@@ -6,19 +6,20 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "krx/files/scene_file_test_support.h"
+#include "krx/files/file_test_support.h"
+#include "krx/krx.h"
 
 namespace KRX::rt::testing {
 namespace {
 
 using Json = nlohmann::json;
 
-class ExportTransformsTest : public SceneFileFixture {
+class ExportTransformsTest : public FileTest {
  protected:
   // Rig at (0, 0, 5) holds a (x = 1, turned 90 degrees about Z) with its child b (x = 2),
   // then c, whose y is keyed linearly from 0 at frame 1 to 4 at frame 3.
   void SetUp() override {
-    SceneFileFixture::SetUp();
+    FileTest::SetUp();
     X3DObject rig = Application().GetActiveSceneRoot().AddModel(L"Rig");
     const auto put = [](X3DObject o, const wchar_t* name, double v) {
       EXPECT_TRUE(Succeeded(o.GetKinematics().GetLocal().PutParameterValue(name, v)));
@@ -72,7 +73,8 @@ TEST_F(ExportTransformsTest, WritesGlobalsOfEveryObjectBelowTheModel) {
   }
   // Numbers read back to exactly what the scene evaluates.
   EXPECT_EQ(doc["objects"][1]["global"][1][3].get<double>(),
-            GlobalAt(L"Rig.b", 2.0).GetRotationQuaternion().GetW());
+            X3DObject(CRef::FromText(L"Rig.b")).GetKinematics().GetGlobal().GetTransform(2.0)
+                .GetRotationQuaternion().GetW());
   EXPECT_EQ(Application().GetCurrentFrame(), 7.0);  // given back
 
   // A range that starts between frames walks in whole steps from its start.

@@ -3,35 +3,23 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <string>
+
+#include "krx/files/file_test_support.h"
 
 namespace KRX::rt::files {
 namespace {
 
 namespace fs = std::filesystem;
 
-class FileIoTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    folder_ = fs::temp_directory_path() /
-              ("krx_file_io_" + std::to_string(::getpid()) + "_" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
-  static std::string Contents(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
-  fs::path folder_;
-};
+using FileIoTest = testing::FileTest;
+
+std::string Contents(const std::string& path) {
+  const std::vector<uint8_t> bytes = testing::FileBytes(path);
+  return {bytes.begin(), bytes.end()};
+}
 
 TEST_F(FileIoTest, ReadsOnlyRegularFilesWithinTheCap) {
   std::vector<uint8_t> bytes;
