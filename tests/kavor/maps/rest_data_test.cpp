@@ -114,36 +114,36 @@ TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
   EXPECT_FALSE(model.IsBound(FindNodeIndex(*fresh, "lKnee")));
 }
 
-TEST_F(RigTest, NoFeetMeansNoLegLengthAndNoHipOffset) {
-  StructureParseResult parsed =
-      ParseStructureText("Trunk\nspine { Hips Spine free 0 1 0 0 0 1 0 2 0 }\n", "Trunk",
-                         [](std::string_view) -> std::optional<std::string> {
-                           return std::string("hips { world Hips hip 0 1 0 0 0 1 0 10 0 }\n");
-                         });
-  ASSERT_TRUE(parsed.structure) << parsed.message;
-  const rigtest::Rig rig = rigtest::BuildRig("Trunk");
-  rigtest::TagObjects(rig.model, *parsed.structure, {{L"Hips", L"Hips"}, {L"Spine", L"Spine"}});
-  RetargetModel model(rig.model, parsed.structure.get());
-  model.leg_length = 3.0;
-  model.hip_offset = 3.0;
-  ComputeRestData(model);
-  EXPECT_EQ(model.leg_length, 0.0);
-  EXPECT_EQ(model.hip_offset, 0.0);
-  EXPECT_NEAR(model.Node(1).length, 2.0, 1e-12);
-}
-
-TEST(HipOffset, ComesFromTheFirstOfTheLongestFeet) {
-  std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
-  RetargetModel model(structure.get());
-  const int32_t ankle = FindNodeIndex(*structure, "lAnkle"),
-                toes = FindNodeIndex(*structure, "lToes");
-  structure->nodes[static_cast<size_t>(toes)].friction = true;  // a second foot below the ankle
-  model.Node(ankle).length = model.Node(toes).length = 7.5;
-  model.Node(0).align = CVector3(0, 1, 0);
-  model.Node(FindNodeIndex(*structure, "lHip")).global_pose.SetTranslationFromValues(0, -4, 0);
-  model.Node(ankle).global_pose.SetTranslationFromValues(0, -8, 0);
-  ComputeHipOffset(model);
-  EXPECT_DOUBLE_EQ(model.hip_offset, 4.0);  // below the ankle's parent (its anchor), not the ankle
+// Leg length and hip offset from the feet's lengths and the base node's align direction.
+TEST(LegLengthAndHipOffset, FromTheFirstOfTheLongestFeet) {
+  {  // No feet: both 0.
+    StructureParseResult parsed =
+        ParseStructureText("Trunk\n", "Trunk", [](std::string_view) -> std::optional<std::string> {
+          return std::string("hips { world Hips hip 0 1 0 0 0 1 0 10 0 }\n");
+        });
+    ASSERT_TRUE(parsed.structure) << parsed.message;
+    RetargetModel model(parsed.structure.get());
+    model.leg_length = model.hip_offset = 3.0;
+    ComputeLegLength(model);
+    ComputeHipOffset(model);
+    EXPECT_EQ(model.leg_length, 0.0);
+    EXPECT_EQ(model.hip_offset, 0.0);
+  }
+  {  // Two feet of the same length: the hip offset is measured at the first one's anchor.
+    std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
+    RetargetModel model(structure.get());
+    const int32_t ankle = FindNodeIndex(*structure, "lAnkle");
+    const int32_t toes = FindNodeIndex(*structure, "lToes");
+    structure->nodes[static_cast<size_t>(toes)].friction = true;  // a second foot, on the ankle
+    model.Node(ankle).length = model.Node(toes).length = 7.5;
+    model.Node(0).align = CVector3(0, 1, 0);
+    model.Node(FindNodeIndex(*structure, "lHip")).global_pose.SetTranslationFromValues(0, -4, 0);
+    model.Node(ankle).global_pose.SetTranslationFromValues(0, -8, 0);
+    ComputeLegLength(model);
+    ComputeHipOffset(model);
+    EXPECT_DOUBLE_EQ(model.leg_length, 7.5);
+    EXPECT_DOUBLE_EQ(model.hip_offset, 4.0);
+  }
 }
 
 // A real capture's skeleton in its bind pose (offsets only): every rest measure follows
