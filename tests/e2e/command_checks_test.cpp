@@ -212,45 +212,28 @@ TEST_F(CommandCheckTest, EveryCommandChecksAndHandsOver) {
   }
 }
 
-TEST_F(CommandCheckTest, CheckOrderAndOptionalArguments) {
-  // Checks stop at the first failure; later arguments are not looked at.
-  Expect("Retarget", {kMissing, kNobody, kMissing, kTen}, "Retarget command missing source model.",
+// Optional arguments may be left out: the rig's structure file is asked for only when the
+// rig flag is given. A model argument is an object reference or a full name, and must name
+// a model that still exists. A model with keys gives its key range as the first and last
+// frame.
+TEST_F(CommandCheckTest, OptionalAndModelArguments) {
+  Expect("ImportC3DFile", {kFile, kMissing, kMissing, kFile}, "ImportC3dFile is not available yet.",
          kFalse);
-  const std::string import = "ImportC3dFile is not available yet.";
-  {  // Giving the rig flag at all, even as false, asks for the structure file.
-    const std::string structure = "ImportC3DFile command missing the structure file for ESR model.";
-    Expect("ImportC3DFile", {kFile, kMissing, kNo}, structure, kFalse);
-    Expect("ImportC3DFile", {kFile, kTen, KRX::CValue(true)}, structure, kFalse);
-  }
-  {  // Optional arguments left out, or the structure alone.
-    Expect("ImportC3DFile", {kFile}, import, kFalse);
-    Expect("ImportC3DFile", {kFile, kMissing, kMissing, kFile}, import, kFalse);
-    Expect("LoadKavorFile", {kHero, kFile}, "LoadKavorMotion is not available yet.", kFalse);
-  }
-}
-
-// A model argument is an object reference or a full name, and must name a model. A model
-// with keys gives its key range as the first and last frame.
-TEST_F(CommandCheckTest, ModelArgumentsAndFrameRange) {
+  Expect("LoadKavorFile", {kHero, kFile}, "LoadKavorMotion is not available yet.", kFalse);
   KRX::X3DObject hero = KRX::Application().GetActiveSceneRoot().FindChild(L"Hero", L"", false);
   ASSERT_TRUE(hero.IsValid());
   KRX::X3DObject hip = hero.AddNull(L"hip");
   KRX::X3DObject inner = hero.AddModel(L"Inner");
+  const KRX::CValue gone(inner.GetRef());
   const std::string start = "RetargetExtractStartFrame";
-  const std::string invalid = start + " command invalid source model.";
-  for (const KRX::CValue& value :
-       {KRX::CValue(hip.GetRef()), KRX::CValue(hip.GetFullName()), kTen}) {
-    Expect(start, {value}, invalid, kFalse);
-  }
-  Expect(start, {KRX::CValue(inner.GetRef())}, "", kZero);
   Expect(start, {KRX::CValue(inner.GetFullName())}, "", kZero);
-  {  // A reference to a deleted model.
-    const KRX::CValue gone(inner.GetRef());
-    KRX::CValue ignored;
-    ASSERT_EQ(KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())},
-                                                ignored),
-              KRX::CStatus::OK);
-    Expect(start, {gone}, invalid, kFalse);
+  Expect(start, {gone}, "", kZero);
+  KRX::CValue ignored;
+  ASSERT_EQ(KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())},
+                                              ignored),
+            KRX::CStatus::OK);
+  for (const KRX::CValue& value : {KRX::CValue(hip.GetRef()), KRX::CValue(hip.GetFullName()), gone, kTen}) {
+    Expect(start, {value}, start + " command invalid source model.", kFalse);
   }
   hip.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
       {{.time = 4.0, .value = 0.0}, {.time = 30.0, .value = 1.0}});

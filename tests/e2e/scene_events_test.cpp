@@ -1,17 +1,19 @@
-// The Mocap to Rig page across scenes, through the loaded module (which registers the
-// page's property) and the host's scene events: an open page is pointed at the new scene's
-// property. The other scene-event steps are driven in tests/kavor/plugin/scene_events_test.cpp.
-#include "plugins/scene_events.h"
-
+// What the plug-in does on a new or an opened scene. The Mocap to Rig page needs the
+// property the loaded module registers, so it goes through the host's scene events; the
+// other steps read the last adjusted model, which the test sets, and are called directly.
 #include <string>
 
 #include "e2e/kavor_module.h"
+#include "plugins/scene_events.h"
+#include "runtime/log.h"
+#include "kavor/plugin/shared_names.h"
 #include "runtime/scene_state.h"
+
+extern "C" KRX::CStatus MyNewScene_OnEvent(KRX::CRef& context);
+extern "C" KRX::CStatus MyOpenScene_OnEvent(KRX::CRef& context);
 
 namespace kavor::e2e {
 namespace {
-
-using SceneEventTest = KavorModuleTest;
 
 // A closed view leaves the layout.
 bool IsOpen(const KRX::View& view) {
@@ -21,58 +23,112 @@ bool IsOpen(const KRX::View& view) {
   return false;
 }
 
-KRX::View NewView(const std::wstring& name, const KRX::CString& content) {
-  KRX::View view =
-      KRX::Application().GetDesktop().GetActiveLayout().CreateView(L"Property Panel", name);
+KRX::View NewView(const std::wstring& name, const KRX::CString& content,
+                  const wchar_t* type = L"Property Panel") {
+  KRX::View view = KRX::Application().GetDesktop().GetActiveLayout().CreateView(type, name);
   view.PutAttributeValue(L"targetcontent", content);
   return view;
 }
 
+KRX::Property RootProperty(const wchar_t* name) {
+  for (const KRX::Property& property : KRX::Application().GetActiveSceneRoot().GetProperties()) {
+    if (property.GetName() == KRX::CString(name)) return property;
+  }
+  return {};
+}
+
+using SceneEventTest = KavorModuleTest;
+
 // An open Mocap to Rig page is pointed at the new scene's property, which is made when the
-// scene has none; a page whose content merely starts with the name is left alone.
+// scene has none or only one from an older plug-in (no "C3DSymmetry"); a page whose
+// content merely starts with the name is left alone; without such a page nothing is made.
 TEST_F(SceneEventTest, MocapToRigPageFollowsTheScene) {
   KRX::View page = NewView(L"mocap_page", L"MocapToRig");
   KRX::View other = NewView(L"other_page", L"MocapToRigs");
-  KRX::Model root = KRX::Application().GetActiveSceneRoot();
   KRX::rt::FireSceneEvent(false);
-  KRX::Property made;
-  for (const KRX::Property& property : root.GetProperties()) {
-    if (property.GetName() == KRX::CString(L"MocapToRig")) made = property;
-  }
+  const KRX::Property made = RootProperty(L"MocapToRig");
   ASSERT_TRUE(made.IsValid());
   EXPECT_EQ(page.GetAttributeValue(L"targetcontent").GetString(), made.GetFullName());
   int width = 0;
   int height = 0;
   page.GetSize(width, height);
-  EXPECT_EQ(width, 393);
-  EXPECT_EQ(height, 395);
+  EXPECT_EQ(width * 1000 + height, 393395);
   EXPECT_TRUE(IsOpen(page));
   EXPECT_EQ(other.GetAttributeValue(L"targetcontent").GetString(), KRX::CString(L"MocapToRigs"));
-  {  // A property from an older plug-in (no "C3DSymmetry") is made afresh; a current one stays.
-    for (const bool current : {false, true}) {
-      KRX::rt::ResetScene();
-      KRX::CustomProperty old =
-          KRX::Application().GetActiveSceneRoot().AddCustomProperty(L"MocapToRig");
-      old.AddParameter(L"Marker", KRX::ValueType::Double, 0, L"", L"", 1.0);
-      if (current) old.AddParameter(L"C3DSymmetry", KRX::ValueType::Bool, 0, L"", L"", false);
-      NewView(L"mocap_again", L"MocapToRig");
-      KRX::rt::FireSceneEvent(true);
-      KRX::Property kept;
-      for (const KRX::Property& property :
-           KRX::Application().GetActiveSceneRoot().GetProperties()) {
-        if (property.GetName() == KRX::CString(L"MocapToRig")) kept = property;
-      }
-      ASSERT_TRUE(kept.IsValid());
-      EXPECT_EQ(kept.GetParameter(L"Marker").IsValid(), current);
-    }
-  }
-  {  // With no such page the scene is not touched.
+  for (const bool current : {false, true}) {
     KRX::rt::ResetScene();
+    KRX::CustomProperty old =
+        KRX::Application().GetActiveSceneRoot().AddCustomProperty(L"MocapToRig");
+    old.AddParameter(L"Marker", KRX::ValueType::Double, 0, L"", L"", 1.0);
+    if (current) old.AddParameter(L"C3DSymmetry", KRX::ValueType::Bool, 0, L"", L"", false);
+    NewView(L"mocap_again", L"MocapToRig");
     KRX::rt::FireSceneEvent(true);
-    for (const KRX::Property& property : KRX::Application().GetActiveSceneRoot().GetProperties()) {
-      EXPECT_NE(property.GetName(), KRX::CString(L"MocapToRig"));
-    }
+    ASSERT_TRUE(RootProperty(L"MocapToRig").IsValid());
+    EXPECT_EQ(RootProperty(L"MocapToRig").GetParameter(L"Marker").IsValid(), current);
   }
+  KRX::rt::ResetScene();
+  KRX::rt::FireSceneEvent(true);
+  EXPECT_FALSE(RootProperty(L"MocapToRig").IsValid());
+}
+
+class DirectSceneEventTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    KRX::rt::ResetScene();
+    KRX::rt::ClearLog();
+    SetLastAdjustedModelName(KRX::CString());
+  }
+  void TearDown() override { SetLastAdjustedModelName(KRX::CString()); }
+
+  static void Fire(bool opened) {
+    KRX::CRef none;
+    EXPECT_EQ(opened ? MyOpenScene_OnEvent(none) : MyNewScene_OnEvent(none), KRX::CStatus::OK);
+    EXPECT_TRUE(KRX::rt::LogLines().empty());
+  }
+};
+
+// Both events close every rotation-offset property page (only property pages, whatever
+// another view shows) and the adjustment page of the model adjusted last, if any.
+TEST_F(DirectSceneEventTest, PagesOfTheOldSceneClose) {
+  for (const bool opened : {false, true}) {
+    SCOPED_TRACE(opened ? "open scene" : "new scene");
+    const std::wstring tag = opened ? L"open" : L"new";
+    SetLastAdjustedModelName(KRX::CString());
+    KRX::View offsets = NewView(L"offsets_" + tag, L"Hero.hip.RotationOffsetPPG");
+    KRX::View offsets2 = NewView(L"offsets2_" + tag, L"Villain.arm.RotationOffsetPPG1");
+    KRX::View tags = NewView(L"tags_" + tag, L"Hero.TagPPG");
+    KRX::View explorer = NewView(L"explorer_" + tag, L"Hero.hip.RotationOffsetPPG", L"Explorer");
+    KRX::View unnamed = NewView(L"adjust_none_" + tag, L".RetargetAdjustPPG");
+    Fire(opened);
+    EXPECT_FALSE(IsOpen(offsets) || IsOpen(offsets2));
+    EXPECT_TRUE(IsOpen(tags) && IsOpen(explorer) && IsOpen(unnamed));
+
+    SetLastAdjustedModelName(L"Hero");
+    KRX::View hero = NewView(L"adjust_hero_" + tag, L"Hero.RetargetAdjustPPG");
+    KRX::View villain = NewView(L"adjust_villain_" + tag, L"Villain.RetargetAdjustPPG");
+    Fire(opened);
+    EXPECT_FALSE(IsOpen(hero));
+    EXPECT_TRUE(IsOpen(villain));
+  }
+}
+
+// Opening a scene (only) puts each adjusted model's global transform back at the current
+// frame, nested models included: the scene's revision moves, the animated pose stays.
+TEST_F(DirectSceneEventTest, OpeningTouchesAdjustedModelsOnly) {
+  KRX::X3DObject hero =
+      KRX::Application().GetActiveSceneRoot().AddModel(L"Group").AddModel(L"Hero");
+  hero.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
+      {{.time = 0.0, .value = 2.0}, {.time = 100.0, .value = 2.0}});
+  const auto revision_moves = [](bool opened) {
+    const uint64_t before = KRX::rt::ActiveScene().revision;
+    Fire(opened);
+    return KRX::rt::ActiveScene().revision > before;
+  };
+  EXPECT_FALSE(revision_moves(true));  // not adjusted
+  hero.AddCustomProperty(L"RetargetAdjustPPG");
+  EXPECT_FALSE(revision_moves(false));
+  EXPECT_TRUE(revision_moves(true));
+  EXPECT_NEAR(hero.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.0, 1e-12);
 }
 
 }  // namespace

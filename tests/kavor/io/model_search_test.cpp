@@ -1,3 +1,4 @@
+// Finding models: by a property they carry, by the selection, by name.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,7 +10,7 @@
 namespace kavor {
 namespace {
 
-using KRX::CString;
+using Names = std::vector<std::wstring>;
 
 // Scene: models A and B below the root carry "ZRKStructure"; C below the root does not;
 // D, a model inside A, and the scene root carry it too; N is a null below the root.
@@ -28,22 +29,18 @@ class ModelSearchTest : public ::testing::Test {
     b_deep_ = b_.AddNull(L"b_hips").AddNull(L"b_spine");
     c_child_ = c_.AddNull(L"c_hips");
     d_child_ = d_.AddNull(L"d_hips");
-    ASSERT_TRUE(a_.IsValid() && b_.IsValid() && c_.IsValid() && d_.IsValid());
   }
-  void TearDown() override { KRX::rt::ResetScene(); }
 
   static void Select(const std::vector<KRX::CRef>& items) {
     auto& selection = KRX::rt::ActiveScene().selection;
     selection.clear();
     for (const KRX::CRef& item : items) selection.push_back(item.Lock());
   }
-
-  static std::vector<std::wstring> Names(const std::vector<KRX::Model>& models) {
-    std::vector<std::wstring> names;
+  static Names NamesOf(const std::vector<KRX::Model>& models) {
+    Names names;
     for (const KRX::Model& m : models) names.push_back(m.GetName().GetWideString());
     return names;
   }
-  using Names_t = std::vector<std::wstring>;
 
   static constexpr const wchar_t* kProp = L"ZRKStructure";
   KRX::Model root_, a_, b_, c_, d_;
@@ -54,52 +51,39 @@ TEST_F(ModelSearchTest, FindModelsWithProperty) {
   const struct {
     std::vector<KRX::CRef> selection;
     bool from_selection;
-    Names_t expected;
+    const wchar_t* property;
+    Names expected;
   } cases[] = {
-      // Nothing selected: every model directly below the root that carries it.
-      {{}, false, {L"A", L"B"}},
-      // An object deep inside B selected: B alone.
-      {{b_deep_}, false, {L"B"}},
+      // Nothing selected: every model directly below the root that carries it, exact name.
+      {{}, false, kProp, {L"A", L"B"}},
+      {{}, false, L"zrkstructure", {}},
       // The first selected item whose model is listed decides; C's is not listed.
-      {{c_child_, a_, b_deep_}, false, {L"A"}},
+      {{c_child_, b_deep_, a_}, false, kProp, {L"B"}},
       // Only unlisted models selected (D lies inside A, not below the root): the whole list.
-      {{c_child_, d_child_, n_}, false, {L"A", L"B"}},
-      // From the selection: empty, although A and B carry the property; else in selection
-      // order, each once, D although it is nested, C (no property), the root and the root's
-      // plain null left out.
-      {{}, true, {}},
-      {{b_deep_, root_, d_child_, c_child_, a_, b_, n_}, true, {L"B", L"D", L"A"}}};
+      {{c_child_, d_child_, n_}, false, kProp, {L"A", L"B"}},
+      // From the selection: in selection order, each once, D although it is nested, C (no
+      // property), the root and the root's plain null left out; nothing selected, nothing.
+      {{}, true, kProp, {}},
+      {{b_deep_, root_, d_child_, c_child_, a_, b_, n_}, true, kProp, {L"B", L"D", L"A"}},
+      // When no model below the root carries the property, the selection does not count.
+      {{d_child_}, true, L"OnlyNested", {}},
+  };
+  d_.AddCustomProperty(L"OnlyNested");
   for (const auto& c : cases) {
     Select(c.selection);
-    EXPECT_EQ(Names(FindModelsWithProperty(kProp, c.from_selection)), c.expected);
+    EXPECT_EQ(NamesOf(FindModelsWithProperty(c.property, c.from_selection)), c.expected);
   }
-  // The name matches exactly.
-  Select({});
-  EXPECT_TRUE(FindModelsWithProperty(L"zrkstructure", false).empty());
-  EXPECT_TRUE(FindModelsWithProperty(L"ZRKStructur", false).empty());
-  // When no model below the root carries the property, the selection does not count.
-  d_.AddCustomProperty(L"OnlyNested");
-  Select({d_child_});
-  EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", true).empty());
-  EXPECT_TRUE(FindModelsWithProperty(L"OnlyNested", false).empty());
 }
 
 // The selected models are the items' owners in selection order, each once, the scene root
 // left out; a scene model is directly below the root; names match exactly.
 TEST_F(ModelSearchTest, SelectedModelsAndLookupsByName) {
   Select({b_deep_, a_, root_, b_, n_, c_child_, d_child_});
-  EXPECT_EQ(Names(SelectedModels()), (Names_t{L"B", L"A", L"C", L"D"}));
-  Select({});
-  EXPECT_TRUE(SelectedModels().empty());
-
+  EXPECT_EQ(NamesOf(SelectedModels()), (Names{L"B", L"A", L"C", L"D"}));
   EXPECT_EQ(FindSceneModel(L"B"), b_);
-  EXPECT_FALSE(FindSceneModel(L"D").IsValid());  // nested
-  EXPECT_FALSE(FindSceneModel(L"N").IsValid());  // not a model
-  EXPECT_FALSE(FindSceneModel(L"b").IsValid());
-
+  for (const wchar_t* name : {L"D", L"N", L"b"}) EXPECT_FALSE(FindSceneModel(name).IsValid());
   KRX::Property found;
   EXPECT_TRUE(FindPropertyByName(a_, kProp, &found));
-  EXPECT_EQ(found.GetName(), CString(kProp));
   EXPECT_EQ(found.GetParent(), a_.GetRef());
   KRX::Property untouched;
   EXPECT_FALSE(FindPropertyByName(a_, L"zrkstructure", &untouched));

@@ -1,3 +1,5 @@
+// Scene helpers: the neutral pose, the connection line, branch edits, framing, pages and
+// operator lookups.
 #include "kavor/io/scene_helpers.h"
 
 #include <gtest/gtest.h>
@@ -18,9 +20,13 @@ using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
 void ExpectNear(const CVector3& got, const CVector3& want) {
-  EXPECT_NEAR(got.GetX(), want.GetX(), 1e-8);
-  EXPECT_NEAR(got.GetY(), want.GetY(), 1e-8);
-  EXPECT_NEAR(got.GetZ(), want.GetZ(), 1e-8);
+  EXPECT_LT((got - want).GetLength(), 1e-8) << got.GetX() << " " << got.GetY() << " " << got.GetZ();
+}
+
+void PutLocal(KRX::X3DObject& object, const CVector3& position) {
+  CTransformation t;
+  t.SetTranslation(position);
+  object.GetKinematics().GetLocal().PutTransform(t);
 }
 
 class SceneHelpersTest : public ::testing::Test {
@@ -30,54 +36,38 @@ class SceneHelpersTest : public ::testing::Test {
     KRX::rt::ResetInteraction();
     root_ = KRX::Application().GetActiveSceneRoot();
   }
-  void TearDown() override {
-    KRX::rt::ResetScene();
-    KRX::rt::ResetInteraction();
-  }
-
-  static void PutLocal(KRX::X3DObject& object, const CVector3& position) {
-    CTransformation t;
-    t.SetTranslation(position);
-    object.GetKinematics().GetLocal().PutTransform(t);
-  }
-  // Animates the object's local posx with two keys and gives the parameter.
-  static KRX::Parameter AnimatePosX(const KRX::X3DObject& object) {
-    KRX::Parameter posx = object.GetKinematics().GetLocal().GetParameter(L"posx");
-    posx.AddFCurve({{.time = 1, .value = 0}, {.time = 10, .value = 5}});
-    return posx;
-  }
+  void TearDown() override { KRX::rt::ResetInteraction(); }
 
   KRX::Model root_;
 };
 
+// Scaling, then rotation in the order "rotorder" names, then translation.
 TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
   KRX::X3DObject object = root_.AddNull(L"n");
   KRX::KinematicState local = object.GetKinematics().GetLocal();
-  const auto put = [&](std::initializer_list<std::pair<const wchar_t*, KRX::CValue>> values) {
-    for (const auto& [name, value] : values) {
-      ASSERT_TRUE(KRX::Succeeded(local.PutParameterValue(name, value)));
-    }
+  const auto put = [&](const std::vector<const wchar_t*>& names, double value) {
+    for (const wchar_t* name : names) ASSERT_TRUE(KRX::Succeeded(local.PutParameterValue(name, value)));
   };
-  // Scale 2, 90 degrees about Z, then (1, 2, 3): the point (1, 0, 0) scales to (2, 0, 0),
-  // turns to (0, 2, 0) and lands on (1, 4, 3).
-  put({{L"nsclx", 2.0}, {L"nscly", 2.0}, {L"nsclz", 2.0}, {L"nrotz", 90.0}});
-  put({{L"nposx", 1.0}, {L"nposy", 2.0}, {L"nposz", 3.0}});
+  // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
+  put({L"nsclx", L"nscly", L"nsclz"}, 2.0);
+  put({L"nrotz"}, 90.0);
+  put({L"nposx"}, 1.0);
+  put({L"nposy"}, 2.0);
+  put({L"nposz"}, 3.0);
   ExpectNear(NeutralPose(object).MapPoint(CVector3(1, 0, 0)), CVector3(1, 4, 3));
-  ExpectNear(NeutralPose(object).MapPoint(CVector3(0, 0, 1)), CVector3(1, 2, 5));
-  // The rotation order comes from "rotorder": 90 degrees about X and Y take (0, 1, 0) to
-  // (1, 0, 0) when X turns first, and to (0, 0, 1) when Y turns first.
-  put({{L"nsclx", 1.0}, {L"nscly", 1.0}, {L"nsclz", 1.0}, {L"nposx", 0.0}, {L"nposy", 0.0}});
-  put({{L"nposz", 0.0}, {L"nrotx", 90.0}, {L"nroty", 90.0}, {L"nrotz", 0.0}, {L"rotorder", 0}});
+  // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
+  // (0, 0, 1) in the order ZYX.
+  put({L"nsclx", L"nscly", L"nsclz"}, 1.0);
+  put({L"nposx", L"nposy", L"nposz", L"nrotz"}, 0.0);
+  put({L"nrotx", L"nroty"}, 90.0);
   ExpectNear(NeutralPose(object).MapPoint(CVector3(0, 1, 0)), CVector3(1, 0, 0));
-  put({{L"rotorder", 5}});  // ZYX
+  put({L"rotorder"}, 5);
   ExpectNear(NeutralPose(object).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
-  // An invalid object has the identity as its neutral pose.
   ExpectNear(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
 }
 
 // The line starts and stays between the two objects, in its parent's space: its operator
-// reads both objects' global states and the line's own. The ports carry their names and
-// groups, and the line is coloured and not selectable.
+// reads both objects' global states and the line's own. It is coloured and not selectable.
 TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   KRX::X3DObject parent = root_.AddNull(L"lines");
   PutLocal(parent, CVector3(10, 0, 0));  // the line's space differs from the world
@@ -94,14 +84,12 @@ TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   ExpectNear(line_global.MapPoint(points[0]), CVector3(7, 7, 7));
   ExpectNear(line_global.MapPoint(points[1]), CVector3(-4, 5, 6));
 
-  // The operator is kept with its first output, the curve.
   const auto item = curve.GetRef().Lock();
   ASSERT_TRUE(item);
   ASSERT_EQ(item->operators.size(), 1u);
   const auto* op = dynamic_cast<const KRX::rt::OperatorItem*>(item->operators[0].get());
   ASSERT_NE(op, nullptr);
-  EXPECT_EQ(op->op_type, CString(L"ConnectionLine"));
-  EXPECT_EQ(op->language, CString(L"JScript"));
+  EXPECT_EQ(op->op_type + L" " + op->language, CString(L"ConnectionLine JScript"));
   EXPECT_TRUE(op->connected);
   std::vector<std::string> ports;
   for (const auto& port : op->ports) {
@@ -111,17 +99,15 @@ TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   EXPECT_EQ(ports,
             (std::vector<std::string>{"MainGroup > OutCurve", "MainGroup < InLineGlobal",
                                       "ObjectGroup < InGlobal1", "ObjectGroup < InGlobal2"}));
-  ASSERT_EQ(op->ports.size(), 4u);  // the line's own global state, not its parent's
+  ASSERT_EQ(op->ports.size(), 4u);
   EXPECT_TRUE(KRX::CRef(op->ports[1].target) == curve.GetKinematics().GetGlobal().GetRef());
-
   bool coloured = false;
   for (const KRX::Property& property : curve.GetProperties()) {
     coloured = coloured || property.GetParameterValue(L"wirecol") == KRX::CValue(7);
   }
   EXPECT_TRUE(coloured);
-  const KRX::CValue selectable =
-      RunCommand(L"GetValue", {curve.GetFullName() + L".visibility.selectability"});
-  EXPECT_TRUE(selectable == KRX::CValue(false));
+  EXPECT_TRUE(RunCommand(L"GetValue", {curve.GetFullName() + L".visibility.selectability"}) ==
+              KRX::CValue(false));
 }
 
 // Deleting by name below a model, removing a branch's animation, finding a position or
@@ -129,40 +115,33 @@ TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
 TEST_F(SceneHelpersTest, BranchEdits) {
   KRX::X3DObject a = root_.AddModel(L"A");
   KRX::X3DObject b = root_.AddModel(L"B");
-  {  // Deleted deep below A only; B's object of the same name stays.
-    KRX::X3DObject a_deep = a.AddNull(L"hips").AddNull(L"Spine");
-    KRX::X3DObject b_spine = b.AddNull(L"Spine");
-    EXPECT_FALSE(DeleteChildByName(a, L"Nowhere"));
-    EXPECT_FALSE(DeleteChildByName(a, L""));
-    EXPECT_TRUE(a_deep.IsValid());
-    EXPECT_TRUE(DeleteChildByName(a, L"Spine"));
-    EXPECT_FALSE(a_deep.IsValid());
-    EXPECT_TRUE(b_spine.IsValid());
+  KRX::X3DObject a_deep = a.AddNull(L"hips").AddNull(L"Spine");
+  KRX::X3DObject b_spine = b.AddNull(L"Spine");
+  EXPECT_FALSE(DeleteChildByName(a, L"Nowhere"));
+  EXPECT_TRUE(DeleteChildByName(a, L"Spine"));
+  EXPECT_FALSE(a_deep.IsValid());
+  EXPECT_TRUE(b_spine.IsValid());
+
+  std::vector<KRX::Parameter> animated;
+  for (KRX::X3DObject object : {a.AddNull(L"arm").AddNull(L"hand"), a, b_spine}) {
+    animated.push_back(object.GetKinematics().GetLocal().GetParameter(L"posx"));
+    animated.back().AddFCurve({{.time = 1, .value = 0}, {.time = 10, .value = 5}});
   }
-  {  // The model's own and its branch's animation goes; another model's stays.
-    const KRX::Parameter deep = AnimatePosX(a.AddNull(L"arm").AddNull(L"hand"));
-    const KRX::Parameter own = AnimatePosX(a);
-    const KRX::Parameter kept = AnimatePosX(b.AddNull(L"hips"));
-    ASSERT_TRUE(deep.IsAnimated(KRX::AnimationSource::FCurve));
-    RemoveAnimation(KRX::Model(a.GetRef()));
-    EXPECT_FALSE(deep.IsAnimated(KRX::AnimationSource::FCurve));
-    EXPECT_FALSE(own.IsAnimated(KRX::AnimationSource::FCurve));
-    EXPECT_TRUE(kept.IsAnimated(KRX::AnimationSource::FCurve));
-    EXPECT_TRUE(KRX::Application().GetSelection().empty());
-  }
-  {  // The first position or orientation constraint.
-    KRX::X3DObject target = root_.AddNull(L"target");
-    KRX::X3DObject driven = root_.AddNull(L"driven");
-    KRX::X3DObject other = root_.AddNull(L"other");
-    EXPECT_FALSE(FindPositionOrientationConstraint(driven).IsValid());
-    driven.AddConstraint(L"Orientation", target);
-    other.AddConstraint(L"Position", target);
-    const KRX::Constraint found = FindPositionOrientationConstraint(driven);
-    ASSERT_TRUE(found.IsValid());
-    EXPECT_EQ(found.GetType(), CString(L"Orientation Cns"));
-    EXPECT_EQ(found.GetConstrained(), driven);
-    EXPECT_EQ(FindPositionOrientationConstraint(other).GetType(), CString(L"Position Cns"));
-  }
+  RemoveAnimation(KRX::Model(a.GetRef()));
+  EXPECT_FALSE(animated[0].IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_FALSE(animated[1].IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_TRUE(animated[2].IsAnimated(KRX::AnimationSource::FCurve));
+  EXPECT_TRUE(KRX::Application().GetSelection().empty());
+
+  KRX::X3DObject target = root_.AddNull(L"target");
+  KRX::X3DObject driven = root_.AddNull(L"driven");
+  EXPECT_FALSE(FindPositionOrientationConstraint(driven).IsValid());
+  driven.AddConstraint(L"Orientation", target);
+  b.AddConstraint(L"Position", target);
+  const KRX::Constraint found = FindPositionOrientationConstraint(driven);
+  EXPECT_EQ(found.GetType(), CString(L"Orientation Cns"));
+  EXPECT_EQ(found.GetConstrained(), driven);
+  EXPECT_EQ(FindPositionOrientationConstraint(b).GetType(), CString(L"Position Cns"));
 }
 
 // Framing what is found (with the argument 0) or nothing (without one), then clearing the
@@ -174,8 +153,8 @@ TEST_F(SceneHelpersTest, FramingAndInspecting) {
   FrameModels(L"Missing");
   const std::vector<std::string> notes = KRX::rt::InteractionNotes();
   ASSERT_GE(notes.size(), 2u);
-  EXPECT_EQ(notes[notes.size() - 2], "frame all 0");
-  EXPECT_EQ(notes.back(), "frame all");
+  EXPECT_EQ(std::vector<std::string>(notes.end() - 2, notes.end()),
+            (std::vector<std::string>{"frame all 0", "frame all"}));
   EXPECT_TRUE(KRX::Application().GetSelection().empty());
 
   KRX::CustomProperty page = model.AddCustomProperty(L"Settings");
@@ -187,25 +166,22 @@ TEST_F(SceneHelpersTest, FramingAndInspecting) {
   EXPECT_FALSE(InspectProperty(KRX::Property()));
 }
 
+// Only an operator of exactly that name writing the state at `path` is found.
 TEST_F(SceneHelpersTest, FindOperatorByNameLooksAtWhatWritesAState) {
   KRX::X3DObject model = root_.AddModel(L"M");
   KRX::X3DObject other = root_.AddModel(L"O");
   const CString path = model.GetKinematics().GetLocal().GetFullName();
   KRX::CustomOperator found;
-  // Nothing writes the state yet; no path finds nothing either.
   EXPECT_FALSE(FindOperatorByName(path, L"ConnectionLine", &found));
-  EXPECT_FALSE(FindOperatorByName(L"", L"ConnectionLine", &found));
-  EXPECT_FALSE(found.IsValid());
-  // An operator that writes the model's local state (it is never evaluated here).
   KRX::CustomOperator op = KRX::Application().CreateScriptedOp(L"ConnectionLine", L"", L"JScript");
   op.AddOutputPort(model.GetKinematics().GetLocal().GetRef(), L"Out");
   op.AddInputPort(other.GetKinematics().GetGlobal().GetRef(), L"In");
   ASSERT_TRUE(KRX::Succeeded(op.Connect()));
   const CString name = op.GetName();
-  ASSERT_FALSE(name.IsEmpty());
+  EXPECT_FALSE(FindOperatorByName(L"", name, &found));
+  EXPECT_FALSE(found.IsValid());
   EXPECT_TRUE(FindOperatorByName(path, name, &found));
   EXPECT_EQ(found, op);
-  // Exact names only, and only on the state it writes.
   EXPECT_FALSE(FindOperatorByName(path, name.Lower() + L"x", nullptr));
   EXPECT_FALSE(FindOperatorByName(other.GetKinematics().GetLocal().GetFullName(), name, nullptr));
 }

@@ -1,3 +1,4 @@
+// Reading a whole file, and telling whether a path is a file to read.
 #include "kavor/io/whole_file.h"
 
 #include <fcntl.h>
@@ -6,6 +7,7 @@
 
 #include <string>
 
+#include "kavor/io/file_names.h"
 #include "kavor/io/io_test_support.h"
 #include "runtime/log.h"
 
@@ -14,81 +16,80 @@ namespace {
 
 using KRX::CString;
 
-class WholeFileTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_FALSE(folder_.path().empty());
-    KRX::rt::ClearLog();
-  }
-  iotest::TempFolder folder_;
-};
-
-// Text ending in a number, binary bytes (NULs and bytes above 127 included) and an empty
-// file all come through unchanged, with one NUL after the data that is not part of it.
-TEST_F(WholeFileTest, ReadsTheBytesWithOneNulAfterThem) {
+// Text, binary bytes (NULs and bytes above 127 included) and an empty file all come
+// through unchanged, with one NUL after the data that is not part of it; the read position
+// stays inside the data and moves with the buffer.
+TEST(WholeFile, ReadsTheBytesWithOneNulAfterThem) {
+  iotest::TempFolder folder;
   for (const std::string& bytes :
        {std::string("12 3.5"), std::string("a\0b\xff\x80\r\n", 7), std::string()}) {
-    iotest::WriteFile(folder_ / "f", bytes);
+    iotest::WriteFile(folder / "f", bytes);
     ReadFileStatus status = ReadFileStatus::kReadError;
-    const FileBuffer buffer = ReadWholeFile(CString(folder_ / "f"), &status);
+    FileBuffer buffer = ReadWholeFile(CString(folder / "f"), &status);
     EXPECT_EQ(status, ReadFileStatus::kOk);
     EXPECT_EQ(buffer.Text(), bytes);
     EXPECT_EQ(static_cast<size_t>(buffer.End() - buffer.Begin()), bytes.size());
     EXPECT_EQ(*buffer.End(), '\0');
     EXPECT_EQ(buffer.Position(), 0u);
-  }
-  {  // The read position stays inside the data, and moves with the buffer.
-    iotest::WriteFile(folder_ / "p", "abcdef");
-    FileBuffer buffer = ReadWholeFile(CString(folder_ / "p"));
     buffer.Seek(4);
-    EXPECT_EQ(buffer.Remaining(), "ef");
+    EXPECT_EQ(buffer.Remaining(), bytes.substr(std::min<size_t>(4, bytes.size())));
     buffer.Seek(100);
     const FileBuffer moved = std::move(buffer);
-    EXPECT_EQ(moved.Position(), 6u);
-    EXPECT_EQ(moved.Remaining(), "");
+    EXPECT_EQ(moved.Position(), bytes.size());
   }
 }
 
-// No path, a missing file, a folder (which opens on this system) and a FIFO give an empty
-// buffer, none of them worth a message; a FIFO without waiting for a writer.
-TEST_F(WholeFileTest, AnythingButAReadableRegularFileGivesAnEmptyBuffer) {
-  const std::pair<std::string, ReadFileStatus> cases[] = {
-      {"", ReadFileStatus::kEmptyPath},
-      {folder_ / "missing", ReadFileStatus::kCannotOpen},
-      {folder_.path().string(), ReadFileStatus::kNotRegularFile}};
-  for (const auto& [path, expected] : cases) {
-    ReadFileStatus status = ReadFileStatus::kOk;
-    EXPECT_TRUE(ReadWholeFile(CString(path), &status).IsEmpty()) << path;
-    EXPECT_EQ(status, expected) << path;
-  }
-  iotest::ExpectNoWaitOnFifo(folder_ / "pipe", [&] {
-    ReadFileStatus status = ReadFileStatus::kOk;
-    EXPECT_TRUE(ReadWholeFile(CString(folder_ / "pipe"), &status).IsEmpty());
-    EXPECT_EQ(status, ReadFileStatus::kNotRegularFile);
+// Only a readable regular file within the size limit is read; nothing else is worth a
+// message but a file over the limit. A FIFO must not make either function wait for a
+// writer, and a NUL inside a path would cut it short to an existing file.
+TEST(WholeFile, SafeguardsOfReadingAFile) {
+  iotest::TempFolder folder;
+  const std::string file = folder / "big";
+  iotest::WriteFile(file, std::string(100, 'x'));
+  const std::string sparse = folder / "sparse";  // just over the default limit, no disk used
+  const int fd = open(sparse.c_str(), O_CREAT | O_WRONLY, 0600);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(ftruncate(fd, static_cast<off_t>(kMaxWholeFileBytes) + 1), 0);
+  close(fd);
+  const struct {
+    CString path;
+    size_t limit;
+    ReadFileStatus status;
+    std::string warning;
+  } cases[] = {
+      {CString(file), 100, ReadFileStatus::kOk, ""},
+      {CString(file), 99, ReadFileStatus::kTooLarge,
+       "File is too large to read (100 bytes, the limit is 99 bytes): " + file},
+      {CString(sparse), kMaxWholeFileBytes, ReadFileStatus::kTooLarge, "*"},
+      {L"", kMaxWholeFileBytes, ReadFileStatus::kEmptyPath, ""},
+      {CString(folder / "missing"), kMaxWholeFileBytes, ReadFileStatus::kCannotOpen, ""},
+      {CString(folder.path().string()), kMaxWholeFileBytes, ReadFileStatus::kNotRegularFile, ""},
+      {CString(CString(file).GetWideString() + std::wstring(1, L'\0') + L"tail"),
+       kMaxWholeFileBytes, ReadFileStatus::kEmptyPath, ""},
+      {CString(folder / "pipe"), kMaxWholeFileBytes, ReadFileStatus::kNotRegularFile, ""},
+  };
+  iotest::ExpectNoWaitOnFifo(folder / "pipe", [&] {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.path.GetAsciiString() + " limit " + std::to_string(c.limit));
+      KRX::rt::ClearLog();
+      ReadFileStatus status = ReadFileStatus::kReadError;
+      EXPECT_EQ(ReadWholeFile(c.path, &status, c.limit).Size(),
+                c.status == ReadFileStatus::kOk ? 100u : 0u);
+      EXPECT_EQ(status, c.status);
+      const auto& lines = KRX::rt::LogLines();
+      EXPECT_EQ(lines.size(), c.warning.empty() ? 0u : 1u);
+      if (c.warning.size() > 1 && !lines.empty()) {
+        EXPECT_EQ(lines[0].text.GetAsciiString(), c.warning);
+        EXPECT_EQ(lines[0].severity, KRX::kSeverityWarning);
+      }
+      if (c.limit == kMaxWholeFileBytes) {
+        EXPECT_EQ(FileExists(c.path), c.status == ReadFileStatus::kTooLarge);
+      }
+    }
   });
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
-}
-
-TEST_F(WholeFileTest, AFileOverTheLimitIsRefusedWithAMessage) {
-  const std::string path = folder_ / "big";
-  iotest::WriteFile(path, std::string(100, 'x'));
-  ReadFileStatus status = ReadFileStatus::kReadError;
-  EXPECT_EQ(ReadWholeFile(CString(path), &status, 100).Size(), 100u);  // exactly at the limit
-  EXPECT_EQ(status, ReadFileStatus::kOk);
-  EXPECT_TRUE(KRX::rt::LogLines().empty());
-  // One byte over is refused, and the warning says why, how big and which file.
-  EXPECT_TRUE(ReadWholeFile(CString(path), &status, 99).IsEmpty());
-  EXPECT_EQ(status, ReadFileStatus::kTooLarge);
-  EXPECT_TRUE(iotest::Logged(KRX::kSeverityWarning, {"too large", "100", "99", path}));
-  {  // The default limit, with a sparse file just over it (no disk space is used).
-    const std::string sparse = folder_ / "sparse";
-    const int fd = open(sparse.c_str(), O_CREAT | O_WRONLY, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, static_cast<off_t>(kMaxWholeFileBytes) + 1), 0);
-    close(fd);
-    EXPECT_TRUE(ReadWholeFile(CString(sparse), &status).IsEmpty());
-    EXPECT_EQ(status, ReadFileStatus::kTooLarge);
-  }
+  EXPECT_TRUE(FileExists(CString(file)));
+  iotest::WriteFile(folder / "empty", "");
+  EXPECT_TRUE(FileExists(CString(folder / "empty")));
 }
 
 }  // namespace
