@@ -44,7 +44,10 @@ TEST(ModelStructure, CheckFindsEachBrokenRule) {
       {[](ModelStructure& s) { s.planes[1].span = 12; }, "< node count 12"},
       {[](ModelStructure& s) { s.planes[1].span = 5; }, "anchor 5 < end 5"},
       {[](ModelStructure& s) { s.planes[0].mid = 3; }, "middle node 3"},
-      {[](ModelStructure& s) { s.planes[0].chain = {3, 1}; }, "chain"},
+      {[](ModelStructure& s) {
+         s.planes[0].chain = {3, 1};
+       },
+       "chain"},
   };
   for (const auto& c : cases) {
     ModelStructure s = *parsed.structure;

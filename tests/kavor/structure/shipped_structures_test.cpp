@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "files/bvh_file.h"
 #include "kavor/structure/structure_parser.h"
 #include "kavor/structure/structure_test_support.h"
-#include "files/bvh_file.h"
 
 namespace kavor {
 namespace {
@@ -49,8 +49,7 @@ std::vector<Shipped> LoadShipped() {
 
 // A node whose name starts with "l" or "r" and a capital letter is sided.
 bool IsSided(const std::string& name) {
-  return name.size() >= 2 && (name[0] == 'l' || name[0] == 'r') && name[1] >= 'A' &&
-         name[1] <= 'Z';
+  return name.size() >= 2 && (name[0] == 'l' || name[0] == 'r') && name[1] >= 'A' && name[1] <= 'Z';
 }
 
 CVector3 MirrorX(const CVector3& v) { return {-v.GetX(), v.GetY(), v.GetZ()}; }
@@ -103,7 +102,8 @@ TEST_F(ShippedStructures, HoldTheInvariantsAndMirrorTheirSides) {
       // the node's mirror image through the YZ plane.
       ASSERT_GE(node.mirror_index, 0) << node.name;
       const StructureNode& partner = s.nodes[static_cast<size_t>(node.mirror_index)];
-      EXPECT_EQ(partner.name, std::string(1, node.name[0] == 'l' ? 'r' : 'l') + node.name.substr(1));
+      EXPECT_EQ(partner.name,
+                std::string(1, node.name[0] == 'l' ? 'r' : 'l') + node.name.substr(1));
       EXPECT_EQ(partner.offset, MirrorX(node.offset)) << node.name;
       EXPECT_EQ(partner.align, MirrorX(node.align)) << node.name;
       EXPECT_EQ(partner.roll, MirrorX(node.roll)) << node.name;
@@ -130,12 +130,19 @@ TEST_F(ShippedStructures, AlignsFollowTheBonesOfARealCapture) {
   const ModelStructure* s = Find("BvhClassic");
   ASSERT_NE(s, nullptr);
   // Left-side tags; the right side follows by swapping "Left" for "Right" in both names.
-  std::map<std::string, std::string> tags = {
-      {"Hips", "Hips"},          {"Spine", "Ab"},           {"Spine2", "Chest"},
-      {"Neck", "Neck"},          {"Head", "Head"},          {"lClavicle", "LeftCollar"},
-      {"lShoulder", "LeftShoulder"}, {"lElbow", "LeftElbow"}, {"lWrist", "LeftWrist"},
-      {"lHip", "LeftHip"},       {"lKnee", "LeftKnee"},     {"lAnkle", "LeftAnkle"},
-      {"lToes", "LeftToes"}};
+  std::map<std::string, std::string> tags = {{"Hips", "Hips"},
+                                             {"Spine", "Ab"},
+                                             {"Spine2", "Chest"},
+                                             {"Neck", "Neck"},
+                                             {"Head", "Head"},
+                                             {"lClavicle", "LeftCollar"},
+                                             {"lShoulder", "LeftShoulder"},
+                                             {"lElbow", "LeftElbow"},
+                                             {"lWrist", "LeftWrist"},
+                                             {"lHip", "LeftHip"},
+                                             {"lKnee", "LeftKnee"},
+                                             {"lAnkle", "LeftAnkle"},
+                                             {"lToes", "LeftToes"}};
   for (const auto& [node, joint] : std::map<std::string, std::string>(tags)) {
     if (node[0] == 'l') tags["r" + node.substr(1)] = "Right" + joint.substr(4);
   }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "kavor/structure/structure_parser.h"
+#include "runtime/log.h"
 
 namespace kavor::structuretest {
 
@@ -49,7 +50,8 @@ inline std::filesystem::path ShippedDataFolder() {
 inline std::filesystem::path SharedBvhFolder() {
   const char* source = std::getenv("KAVOR_SOURCE_DIR");
   if (source == nullptr || *source == '\0') return {};
-  const std::filesystem::path folder = std::filesystem::path(source) / ".." / "shared" / "data" / "bvh";
+  const std::filesystem::path folder =
+      std::filesystem::path(source) / ".." / "shared" / "data" / "bvh";
   return std::filesystem::is_directory(folder) ? folder : std::filesystem::path();
 }
 
@@ -59,6 +61,17 @@ inline std::optional<std::string> ReadTextFile(const std::filesystem::path& path
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
+}
+
+// The log holds this line at this severity (or a line starting with it).
+inline bool Logged(int severity, const std::string& text, bool prefix_only = false) {
+  for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
+    const std::string logged = line.text.GetAsciiString();
+    if (line.severity == severity && (prefix_only ? logged.rfind(text, 0) == 0 : logged == text)) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Base files by name.

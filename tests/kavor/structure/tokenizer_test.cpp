@@ -8,59 +8,69 @@
 namespace kavor {
 namespace {
 
-std::vector<std::string> AllWords(Tokenizer& t) {
-  std::vector<std::string> words;
-  for (std::string_view w = t.ReadWord(); !w.empty(); w = t.ReadWord()) words.emplace_back(w);
-  return words;
-}
-
 TEST(Tokenizer, WordsBlanksAndComments) {
   const struct {
     std::string text;
     Tokenizer::Comments comments;
     std::vector<std::string> words;
   } cases[] = {
-      // Every C-locale blank separates words; comments run to the line feed.
-      {" alpha\tbeta\ngamma\v\fdelta\r\nepsilon # a comment\n#whole line\nzeta",
-       Tokenizer::Comments::kHash, {"alpha", "beta", "gamma", "delta", "epsilon", "zeta"}},
+      // Every C-locale blank separates words; comments run to the line feed or the end.
+      {" alpha\tbeta\ngamma\v\fdelta\r\nepsilon # a comment\n#whole line\nzeta # no line feed",
+       Tokenizer::Comments::kHash,
+       {"alpha", "beta", "gamma", "delta", "epsilon", "zeta"}},
       // A "#" inside a word ends the word; the rest of the line is a comment.
       {"name#tail of line\nnext", Tokenizer::Comments::kHash, {"name", "next"}},
       // Bytes above 127 (and NUL) are word characters, whatever isspace says elsewhere.
-      {std::string("a\xA0" "b \x85x \0z", 9), Tokenizer::Comments::kHash,
-       {"a\xA0" "b", "\x85x", std::string("\0z", 2)}},
-      {"word # no line feed after this", Tokenizer::Comments::kHash, {"word"}},
-      // Without comments "#" is an ordinary character.
+      {std::string("a\xA0"
+                   "b \x85x \0z",
+                   9),
+       Tokenizer::Comments::kHash,
+       {"a\xA0"
+        "b",
+        "\x85x", std::string("\0z", 2)}},
       {"a#b c", Tokenizer::Comments::kNone, {"a#b", "c"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     Tokenizer t(c.text, c.comments);
-    EXPECT_EQ(AllWords(t), c.words);
+    std::vector<std::string> words;
+    for (std::string_view w = t.ReadWord(); !w.empty(); w = t.ReadWord()) words.emplace_back(w);
+    EXPECT_EQ(words, c.words);
     EXPECT_TRUE(t.AtEnd());
     EXPECT_FALSE(t.HasMoreTokens());
   }
 }
 
-TEST(Tokenizer, DelimitersAndCharacters) {
-  {  // A delimiter ends the word and is left for the next read.
-    Tokenizer t("LeftArm{ obj;x");
+TEST(Tokenizer, DelimitersCharactersAndLines) {
+  {  // A delimiter ends the word and is left for the next read; a word that starts with one
+     // is empty. A character read skips comments first and stays at the end.
+    Tokenizer t("LeftArm{ ;obj # c\n }");
     EXPECT_EQ(t.ReadWord("{"), "LeftArm");
     EXPECT_EQ(t.ReadChar(), '{');
-    EXPECT_EQ(t.ReadWord("?;"), "obj");
-    EXPECT_EQ(t.ReadChar(), ';');
-    EXPECT_EQ(t.ReadChar(), 'x');
-    EXPECT_EQ(t.ReadChar(), std::nullopt);
-    EXPECT_EQ(t.ReadChar(), std::nullopt);  // stays at the end
-  }
-  {  // A word that starts with a delimiter is empty and consumes nothing.
-    Tokenizer t("  ;abc");
     EXPECT_EQ(t.ReadWord(";"), "");
     EXPECT_EQ(t.ReadChar(), ';');
-    EXPECT_EQ(t.ReadWord(";"), "abc");
-  }
-  {  // A character read skips comments first.
-    Tokenizer t("# comment\n  }");
+    EXPECT_EQ(t.ReadWord("?}"), "obj");
     EXPECT_EQ(t.ReadChar(), '}');
+    EXPECT_EQ(t.ReadChar(), std::nullopt);
+    EXPECT_EQ(t.ReadChar(), std::nullopt);
+  }
+  {  // Unread goes back to where the last read started, before its blanks. Lines count line
+     // feeds, including those that end comments; CR LF is one line end.
+    Tokenizer t("a\r\n# note\n\n  b #c\r\nd  42");
+    EXPECT_EQ(t.ReadWord(), "a");
+    EXPECT_EQ(t.TokenLine(), 1);
+    EXPECT_EQ(t.ReadWord(), "b");
+    EXPECT_EQ(t.TokenLine(), 4);
+    EXPECT_EQ(t.TokenOffset(), 13u);
+    EXPECT_EQ(t.ReadWord(), "d");
+    t.Unread();
+    EXPECT_EQ(t.Position(), 14u);
+    EXPECT_EQ(t.ReadWord(), "d");
+    EXPECT_EQ(t.TokenLine(), 5);
+    int32_t i = 0;
+    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kOk);
+    t.Unread();
+    EXPECT_EQ(t.ReadWord(), "42");
   }
 }
 
@@ -71,16 +81,18 @@ TEST(Tokenizer, Numbers) {
     const char* text;
     TokenStatus status;
     double value;
-  } reals[] = {
-      {"1.5", S::kOk, 1.5},     {"-.5", S::kOk, -0.5},   {"+.25", S::kOk, 0.25},
-      {"1e3", S::kOk, 1000.0},  {"5.", S::kOk, 5.0},     {"2.5E-2", S::kOk, 0.025},
-      {"1e-400", S::kOk, 0.0},  {"-0", S::kOk, 0.0},     {"1.0}", S::kTrailingCharacters, 1.0},
-      {"3abc", S::kTrailingCharacters, 3.0},  // "1,5" stops at the comma in every locale
-      {"1,5", S::kTrailingCharacters, 1.0},   {"abc", S::kNotANumber, 0.0},
-      {"+-1", S::kNotANumber, 0.0},           {",", S::kNotANumber, 0.0},
-      {"nan", S::kNotFinite, 0.0},            {"inf", S::kNotFinite, 0.0},
-      {"-infinity", S::kNotFinite, 0.0},      {"1e400", S::kOutOfRange, 0.0},
-      {"-1e999", S::kOutOfRange, 0.0},        {" \n# nothing", S::kEndOfData, 0.0}};
+  } reals[] = {{"-.5", S::kOk, -0.5},
+               {"5.", S::kOk, 5.0},
+               {"2.5E-2", S::kOk, 0.025},
+               {"1e-400", S::kOk, 0.0},
+               {"1.0}", S::kTrailingCharacters, 1.0},
+               {"1,5", S::kTrailingCharacters, 1.0},  // in every locale
+               {"+-1", S::kNotANumber, 0.0},
+               {",", S::kNotANumber, 0.0},
+               {"nan", S::kNotFinite, 0.0},
+               {"-infinity", S::kNotFinite, 0.0},
+               {"1e400", S::kOutOfRange, 0.0},
+               {" \n# nothing", S::kEndOfData, 0.0}};
   for (const auto& c : reals) {
     SCOPED_TRACE(c.text);
     Tokenizer t(c.text);
@@ -93,9 +105,7 @@ TEST(Tokenizer, Numbers) {
     const char* text;
     TokenStatus wide_status, narrow_status;
     int64_t value;
-  } integers[] = {{"12", S::kOk, S::kOk, 12},
-                  {"-7", S::kOk, S::kOk, -7},
-                  {"+3", S::kOk, S::kOk, 3},
+  } integers[] = {{"+3", S::kOk, S::kOk, 3},
                   {"12.7", S::kTrailingCharacters, S::kTrailingCharacters, 12},
                   {"-2147483648", S::kOk, S::kOk, INT32_MIN},
                   {"3000000000", S::kOk, S::kOutOfRange, 3000000000},
@@ -119,34 +129,6 @@ TEST(Tokenizer, Numbers) {
     EXPECT_EQ(t.ReadVector(v), S::kNotANumber);
     EXPECT_EQ(v, KRX::MATH::CVector3(4, 0, 0));
     EXPECT_EQ(t.LastToken(), "x");
-  }
-}
-
-TEST(Tokenizer, UnreadAndLines) {
-  {  // Unread goes back to where the last read started, before its blanks.
-    Tokenizer t("first  second 42");
-    EXPECT_EQ(t.ReadWord(), "first");
-    EXPECT_EQ(t.ReadWord(), "second");
-    t.Unread();
-    EXPECT_EQ(t.Position(), 5u);
-    EXPECT_EQ(t.ReadWord(), "second");
-    int32_t i = 0;
-    EXPECT_EQ(t.ReadInteger(i), TokenStatus::kOk);
-    t.Unread();
-    EXPECT_EQ(t.ReadWord(), "42");
-  }
-  {  // Lines count line feeds, including those that end comments; CR LF is one line end.
-    Tokenizer t("a\r\n# note\n\n  b #c\r\nd");
-    EXPECT_EQ(t.ReadWord(), "a");
-    EXPECT_EQ(t.TokenLine(), 1);
-    EXPECT_EQ(t.ReadWord(), "b");
-    EXPECT_EQ(t.TokenLine(), 4);
-    EXPECT_EQ(t.TokenOffset(), 13u);
-    EXPECT_EQ(t.ReadWord(), "d");
-    EXPECT_EQ(t.TokenLine(), 5);
-    t.Unread();
-    EXPECT_EQ(t.ReadWord(), "d");
-    EXPECT_EQ(t.TokenLine(), 5);
   }
 }
 

@@ -1,19 +1,20 @@
 // Reading map sections and tag template heads: the lexical rules, every parse message and
 // the tolerated early end.
+#include "kavor/tagging/map_file.h"
+
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
 
-#include "kavor/io/io_test_support.h"
-#include "kavor/tagging/map_file.h"
+#include "kavor/structure/structure_test_support.h"
 #include "kavor/tagging/tag_template_file.h"
 #include "runtime/log.h"
 
 namespace kavor {
 namespace {
 
-using iotest::Logged;
+using structuretest::Logged;
 
 std::optional<MapFile> Read(const std::string& text) {
   KRX::rt::ClearLog();
@@ -45,31 +46,22 @@ TEST(MapSection, ReadsEntriesWithTheirVectorsAndOverrides) {
   EXPECT_DOUBLE_EQ(map->entries[1].align.GetZ(), 1e-3);
   EXPECT_EQ(map->entries[1].override, "chest");
   EXPECT_EQ(map->entries[2].override, "head");
-  EXPECT_TRUE(Logged(8, {"MapFile2.0"}));
+  EXPECT_TRUE(Logged(8, "MapFile2.0"));
 }
 
+// The count read against the data: none (or below) is an empty map, not a failure; more
+// than present, or data ending after a tag name, keeps the entries before.
 TEST(MapSection, CountsAndEarlyEnds) {
-  {  // A count of 0 (or below) is an empty map, not a failure.
-    const std::optional<MapFile> map = Read("MapFile2.0 Humanoid 0 hip { Hips; }");
-    ASSERT_TRUE(map);
-    EXPECT_TRUE(map->entries.empty());
-    ASSERT_TRUE(Read("MapFile2.0 Humanoid -4"));
-  }
-  {  // More announced than present: the entries present.
-    const std::optional<MapFile> map = Read("MapFile2.0 Humanoid 5 hip { Hips; 0 1 0 0 0 1 }\n");
-    ASSERT_TRUE(map);
-    EXPECT_EQ(map->entries.size(), 1u);
-  }
-  {  // Data ending right after a tag name keeps the entries before it.
-    const std::optional<MapFile> map =
-        Read("MapFile2.0 Humanoid 5 hip { Hips; 0 1 0 0 0 1 } spine  \n# trailing\n");
-    ASSERT_TRUE(map);
-    EXPECT_EQ(map->entries.size(), 1u);
-  }
-  {  // A huge count on a short file ends with the data.
-    const std::optional<MapFile> map = Read("MapFile2.0 Humanoid 2147483647 ");
-    ASSERT_TRUE(map);
-    EXPECT_TRUE(map->entries.empty());
+  const std::pair<const char*, size_t> cases[] = {
+      {"MapFile2.0 Humanoid 0 hip { Hips; }", 0},
+      {"MapFile2.0 Humanoid -4", 0},
+      {"MapFile2.0 Humanoid 5 hip { Hips; 0 1 0 0 0 1 }\n", 1},
+      {"MapFile2.0 Humanoid 5 hip { Hips; 0 1 0 0 0 1 } spine  \n# trailing\n", 1},
+      {"MapFile2.0 Humanoid 2147483647 ", 0}};
+  for (const auto& [text, entries] : cases) {
+    const std::optional<MapFile> map = Read(text);
+    ASSERT_TRUE(map) << text;
+    EXPECT_EQ(map->entries.size(), entries) << text;
   }
 }
 
@@ -90,7 +82,7 @@ TEST(MapSection, ParseErrorsNameTheTag) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
     EXPECT_FALSE(Read(c.text));
-    EXPECT_TRUE(Logged(4, {c.message}));
+    EXPECT_TRUE(Logged(4, c.message));
   }
 }
 
@@ -134,7 +126,7 @@ TEST(TagTemplateHead, ValuesSplitAtBars) {
     KRX::rt::ClearLog();
     Tokenizer strict_text("Humanoid 3 hip Hips");
     EXPECT_FALSE(ReadTagTemplateHead(strict_text, StructureReadOptions{true}));
-    EXPECT_TRUE(Logged(4, {"The tag template ends after 1 of its 3 tag values."}));
+    EXPECT_TRUE(Logged(4, "The tag template ends after 1 of its 3 tag values."));
   }
 }
 

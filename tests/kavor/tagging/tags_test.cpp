@@ -1,16 +1,16 @@
 // Tags written from a tag page and from template records, and read back into a
 // RetargetModel.
+#include "kavor/tagging/tags.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numbers>
 #include <sstream>
 
-#include "kavor/io/io_test_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/rig_test_support.h"
 #include "kavor/tagging/map_file.h"
-#include "kavor/tagging/tags.h"
 
 namespace kavor {
 namespace {
@@ -18,18 +18,6 @@ namespace {
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 using rigtest::RigTest;
-
-KRX::CustomProperty MakePage(const KRX::Model& model,
-                             std::initializer_list<std::pair<const wchar_t*, const wchar_t*>> values) {
-  KRX::CustomProperty page = KRX::Model(model).AddCustomProperty(L"TagPage");
-  for (const wchar_t* fixed : {L"StructureTag", L"StructureFile", L"TemplateFile", L"dirty"}) {
-    page.AddParameter(fixed, KRX::ValueType::String, 4, L"", L"", KRX::CValue(L""));
-  }
-  for (const auto& [node, value] : values) {
-    page.AddParameter(node, KRX::ValueType::String, 4, L"", L"", KRX::CValue(value));
-  }
-  return page;
-}
 
 std::string TagText(const KRX::X3DObject& object, const wchar_t* property, const wchar_t* name) {
   KRX::Property tag;
@@ -58,16 +46,16 @@ TEST_F(RigTest, TagsFromThePage) {
   mirrored.SetScalingFromValues(-1, 1, 1);
   rig.toes.GetKinematics().GetGlobal().PutTransform(mirrored);
 
-  KRX::CustomProperty page = MakePage(rig.model, {{L"Hips", L"Hips"},
-                                                  {L"cog", L"Hips"},  // never an override
-                                                  {L"lHip", L"LeftUpLeg|LeftUpLeg"},
-                                                  {L"lKnee", L"LeftLeg|LeftLegJoint"},
-                                                  {L"lAnkle", L"LeftFoot|LeftLeg|Chest"},
-                                                  {L"lToes", L"LeftToe"},
-                                                  {L"Spine", L"Spine"},
-                                                  {L"Chest", L"Spine"},
-                                                  {L"Missing", L"NoSuchObject"}});
-  ASSERT_TRUE(CreateTagsFromPage(rig.model, *structure, page, false));
+  rigtest::TagObjects(rig.model, *structure,
+                      {{L"Hips", L"Hips"},
+                       {L"cog", L"Hips"},  // never an override
+                       {L"lHip", L"LeftUpLeg|LeftUpLeg"},
+                       {L"lKnee", L"LeftLeg|LeftLegJoint"},
+                       {L"lAnkle", L"LeftFoot|LeftLeg|Chest"},
+                       {L"lToes", L"LeftToe"},
+                       {L"Spine", L"Spine"},
+                       {L"Chest", L"Spine"},
+                       {L"Missing", L"NoSuchObject"}});
   EXPECT_EQ(TagText(rig.hips, kTagProperty, L"tagname"), "Hips");
   EXPECT_EQ(TagText(rig.hips, kTagProperty, L"override"), "");
   EXPECT_EQ(TagText(rig.spine, kTagProperty, L"override"), "Chest");
@@ -93,11 +81,11 @@ TEST_F(RigTest, TagsFromThePage) {
   EXPECT_EQ(knee.extraction->object, knee_joint);
   EXPECT_TRUE(knee.tpose.GetTranslation().Equals(CVector3(1, 6, 0), 1e-9));
   const NodeMapEntry& ankle = model.Node(FindNodeIndex(*structure, "lAnkle"));
-  EXPECT_TRUE(ankle.tpose.GetRotationQuaternion().SameRotation(turned.GetRotationQuaternion(), 1e-9));
+  EXPECT_TRUE(
+      ankle.tpose.GetRotationQuaternion().SameRotation(turned.GetRotationQuaternion(), 1e-9));
 
   // Tagging again starts from a model without tags.
-  KRX::CustomProperty second = MakePage(rig.model, {{L"Hips", L"Hips"}});
-  ASSERT_TRUE(CreateTagsFromPage(rig.model, *structure, second, false));
+  rigtest::TagObjects(rig.model, *structure, {{L"Hips", L"Hips"}});
   EXPECT_EQ(TagText(rig.knee, kTagProperty, L"tagname"), "<no tag>");
   EXPECT_FALSE(FindPropertyByName(knee_joint, kExtractionTagProperty, nullptr));
 }
@@ -106,15 +94,13 @@ TEST_F(RigTest, TemplateTagsTakeTheRestPoseWhenRead) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   rigtest::Rig rig = rigtest::BuildRig("Walker");
   std::vector<TemplateTag> records(3);
-  records[0].tag_name = "Hips";
-  records[0].node_name = "Hips";
+  records[0].tag_name = records[0].node_name = "Hips";
   records[0].align = CVector3(0, 1, 0);
-  records[1].tag_name = "lHip";
-  records[1].condition_node = "NoSuchObject";  // condition fails: the alternative is used
+  records[1].tag_name = "lHip";  // the condition object is missing: the alternative is used
+  records[1].condition_node = "NoSuchObject";
   records[1].node_name = "Nothing";
   records[1].alternative_node = "LeftUpLeg";
-  records[2].tag_name = "Spine";
-  records[2].node_name = "Spine";
+  records[2].tag_name = records[2].node_name = "Spine";
   records[2].override = "Chest";
   ASSERT_TRUE(ApplyTemplateTags(records, rig.model));
   EXPECT_EQ(TagText(rig.hip, kTagProperty, L"tagname"), "lHip");
@@ -130,7 +116,7 @@ TEST_F(RigTest, TemplateTagsTakeTheRestPoseWhenRead) {
   // A record whose object is missing stops with a warning.
   records[0].node_name = "Ghost";
   EXPECT_FALSE(ApplyTemplateTags(records, rig.model));
-  EXPECT_TRUE(iotest::Logged(4, {"cannot apply tag Hips, node not found: Ghost"}));
+  EXPECT_TRUE(rigtest::LoggedLine(4, "cannot apply tag Hips, node not found: Ghost"));
 }
 
 TEST_F(RigTest, ReadingSkipsUntaggedNodesAndSplitsChannels) {
@@ -138,14 +124,14 @@ TEST_F(RigTest, ReadingSkipsUntaggedNodesAndSplitsChannels) {
   rigtest::Rig rig = rigtest::BuildRig("Walker");
   KRX::X3DObject cog = rigtest::AddNullAt(rig.model, "CogCtl", 0, 10, 0);
   KRX::X3DObject pelvis = rigtest::AddNullAt(cog, "PelvisCtl", 0, 10, 0);
-  KRX::CustomProperty page = MakePage(rig.model, {{L"Hips", L"Hips"},
-                                                  {L"lHip", L"LeftUpLeg"},
-                                                  {L"lKnee", L"LeftLeg"},
-                                                  {L"lToes", L"LeftToe"},
-                                                  {L"Chest", L"Chest"},
-                                                  {L"cog", L"CogCtl"},
-                                                  {L"pelvis", L"PelvisCtl"}});
-  ASSERT_TRUE(CreateTagsFromPage(rig.model, *structure, page, false));
+  rigtest::TagObjects(rig.model, *structure,
+                      {{L"Hips", L"Hips"},
+                       {L"lHip", L"LeftUpLeg"},
+                       {L"lKnee", L"LeftLeg"},
+                       {L"lToes", L"LeftToe"},
+                       {L"Chest", L"Chest"},
+                       {L"cog", L"CogCtl"},
+                       {L"pelvis", L"PelvisCtl"}});
   RetargetModel model(rig.model, structure.get());
   // The ankle and the spine have no objects: their children hang from their parents.
   EXPECT_EQ(structure->nodes[static_cast<size_t>(FindNodeIndex(*structure, "lToes"))].parent,
@@ -201,7 +187,8 @@ TEST_F(RigTest, PlanesAndSubControlsFoundByOverride) {
   // The node next to the limb end keeps its object's local transform: 3.5 below the hip.
   const NodeMapEntry& knee_entry = model.Node(FindNodeIndex(*structure, "lKnee"));
   EXPECT_TRUE(knee_entry.local_pose.GetTranslation().Equals(CVector3(0, -3.5, 0), 1e-9));
-  EXPECT_TRUE(knee_entry.local_pose.GetRotationQuaternion().SameRotation(knee.GetRotationQuaternion(), 1e-9));
+  EXPECT_TRUE(knee_entry.local_pose.GetRotationQuaternion().SameRotation(
+      knee.GetRotationQuaternion(), 1e-9));
 
   const std::vector<SubControlEntry>& subs = model.Node(0).sub_controls;
   ASSERT_EQ(subs.size(), 1u);  // nothing plays "cog"
@@ -227,11 +214,11 @@ TEST(TposeTransform, SevenNumbersThatReadBackExactly) {
 }
 
 TEST(SplitTagValue, Fields) {
-  EXPECT_EQ(SplitTagValue("a|b", 1), "a");
-  EXPECT_EQ(SplitTagValue("a|b", 2), "b");
-  EXPECT_EQ(SplitTagValue("a|b|c", 2), "");
-  EXPECT_EQ(SplitTagValue("", 1), "");
-  EXPECT_EQ(SplitTagValue("a", 2), "");
+  const std::tuple<const char*, int, std::string> cases[] = {
+      {"a|b", 1, "a"}, {"a|b", 2, "b"}, {"a|b|c", 2, ""}, {"", 1, ""}, {"a", 2, ""}};
+  for (const auto& [value, field, expected] : cases) {
+    EXPECT_EQ(SplitTagValue(value, field), expected) << value << " " << field;
+  }
 }
 
 }  // namespace
