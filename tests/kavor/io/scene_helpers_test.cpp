@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavor/host/host.h"
@@ -44,25 +45,23 @@ class SceneHelpersTest : public ::testing::Test {
 // Scaling, then rotation in the order "rotorder" names, then translation.
 TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
   KRX::X3DObject object = root_.AddNull(L"n");
-  KRX::KinematicState local = object.GetKinematics().GetLocal();
-  const auto put = [&](const std::vector<const wchar_t*>& names, double value) {
-    for (const wchar_t* name : names) ASSERT_TRUE(KRX::Succeeded(local.PutParameterValue(name, value)));
+  const auto pose = [&](const std::vector<std::pair<const wchar_t*, double>>& values) {
+    for (const auto& [name, value] : values) {
+      EXPECT_TRUE(KRX::Succeeded(object.GetKinematics().GetLocal().PutParameterValue(name, value)));
+    }
+    return NeutralPose(object);
   };
   // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
-  put({L"nsclx", L"nscly", L"nsclz"}, 2.0);
-  put({L"nrotz"}, 90.0);
-  put({L"nposx"}, 1.0);
-  put({L"nposy"}, 2.0);
-  put({L"nposz"}, 3.0);
-  ExpectNear(NeutralPose(object).MapPoint(CVector3(1, 0, 0)), CVector3(1, 4, 3));
+  ExpectNear(pose({{L"nsclx", 2}, {L"nscly", 2}, {L"nsclz", 2}, {L"nrotz", 90}, {L"nposx", 1},
+                   {L"nposy", 2}, {L"nposz", 3}}).MapPoint(CVector3(1, 0, 0)),
+             CVector3(1, 4, 3));
   // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
   // (0, 0, 1) in the order ZYX.
-  put({L"nsclx", L"nscly", L"nsclz"}, 1.0);
-  put({L"nposx", L"nposy", L"nposz", L"nrotz"}, 0.0);
-  put({L"nrotx", L"nroty"}, 90.0);
-  ExpectNear(NeutralPose(object).MapPoint(CVector3(0, 1, 0)), CVector3(1, 0, 0));
-  put({L"rotorder"}, 5);
-  ExpectNear(NeutralPose(object).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
+  ExpectNear(pose({{L"nsclx", 1}, {L"nscly", 1}, {L"nsclz", 1}, {L"nposx", 0}, {L"nposy", 0},
+                   {L"nposz", 0}, {L"nrotz", 0}, {L"nrotx", 90}, {L"nroty", 90}})
+                 .MapPoint(CVector3(0, 1, 0)),
+             CVector3(1, 0, 0));
+  ExpectNear(pose({{L"rotorder", 5}}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
   ExpectNear(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
 }
 
@@ -99,7 +98,7 @@ TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   EXPECT_EQ(ports,
             (std::vector<std::string>{"MainGroup > OutCurve", "MainGroup < InLineGlobal",
                                       "ObjectGroup < InGlobal1", "ObjectGroup < InGlobal2"}));
-  ASSERT_EQ(op->ports.size(), 4u);
+  ASSERT_EQ(op->ports.size(), 4u);  // the line's own global state, not its parent's
   EXPECT_TRUE(KRX::CRef(op->ports[1].target) == curve.GetKinematics().GetGlobal().GetRef());
   bool coloured = false;
   for (const KRX::Property& property : curve.GetProperties()) {
@@ -169,21 +168,19 @@ TEST_F(SceneHelpersTest, FramingAndInspecting) {
 // Only an operator of exactly that name writing the state at `path` is found.
 TEST_F(SceneHelpersTest, FindOperatorByNameLooksAtWhatWritesAState) {
   KRX::X3DObject model = root_.AddModel(L"M");
-  KRX::X3DObject other = root_.AddModel(L"O");
   const CString path = model.GetKinematics().GetLocal().GetFullName();
-  KRX::CustomOperator found;
-  EXPECT_FALSE(FindOperatorByName(path, L"ConnectionLine", &found));
   KRX::CustomOperator op = KRX::Application().CreateScriptedOp(L"ConnectionLine", L"", L"JScript");
   op.AddOutputPort(model.GetKinematics().GetLocal().GetRef(), L"Out");
-  op.AddInputPort(other.GetKinematics().GetGlobal().GetRef(), L"In");
+  op.AddInputPort(root_.GetKinematics().GetGlobal().GetRef(), L"In");
   ASSERT_TRUE(KRX::Succeeded(op.Connect()));
   const CString name = op.GetName();
+  KRX::CustomOperator found;
   EXPECT_FALSE(FindOperatorByName(L"", name, &found));
   EXPECT_FALSE(found.IsValid());
   EXPECT_TRUE(FindOperatorByName(path, name, &found));
   EXPECT_EQ(found, op);
   EXPECT_FALSE(FindOperatorByName(path, name.Lower() + L"x", nullptr));
-  EXPECT_FALSE(FindOperatorByName(other.GetKinematics().GetLocal().GetFullName(), name, nullptr));
+  EXPECT_FALSE(FindOperatorByName(root_.GetKinematics().GetLocal().GetFullName(), name, nullptr));
 }
 
 }  // namespace
