@@ -55,10 +55,11 @@ TEST_F(HostCommandTest, DeleteObjRemovesItemsAndInvalidatesTheirHandles) {
     EXPECT_FALSE(hand_local.IsValid());
     EXPECT_FALSE(CRef::FromText(L"Hero.hand").IsValid());
   }
-  {  // several at once, one of them unknown: the others go, the command fails
+  {  // several at once, one unknown, one gone with the first: the others go, the command fails
     X3DObject a = root_.AddNull(L"a");
+    a.AddNull(L"c");
     X3DObject b = root_.AddNull(L"b");
-    Run(L"DeleteObj", {L"a, Nobody,b"}, CStatus::Fail);
+    Run(L"DeleteObj", {L"a, c, Nobody,b"}, CStatus::Fail);
     EXPECT_FALSE(a.IsValid());
     EXPECT_FALSE(b.IsValid());
     EXPECT_TRUE(Logged(kSeverityError, "DeleteObj: nothing is named 'Nobody'"));

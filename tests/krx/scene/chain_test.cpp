@@ -177,7 +177,7 @@ TEST_F(ChainTest, UpVectorAndRollChooseTheSide) {
     const CVector3 joint = GlobalPosition(bones_[1]);
     EXPECT_NEAR(joint.GetX(), 0.0, 1e-9);
     EXPECT_NEAR(joint.GetY(), 1.8, 1e-9);
-    EXPECT_NEAR(std::fabs(joint.GetZ()), 2.4, 1e-9);
+    EXPECT_NEAR(joint.GetZ(), 2.4, 1e-9);  // +x turned clockwise looking along +y
   }
   {  // A driven joint does not solve.
     Property(ChainBone(bones_[0]).GetJoint()).PutParameterValue(L"chntype", CValue(2));

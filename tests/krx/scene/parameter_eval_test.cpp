@@ -118,6 +118,7 @@ TEST_F(ParameterEval, ExpressionTextParsing) {
                {L"a.b * 1e-3", true, L"a.b", 1e-3, 0},
                {L"left-arm.posx", true, L"left-arm.posx", 1, 0},
                {L"7", true, L"", 1, 7},
+               {L"2 * 3 + 1", true, L"", 1, 7},
                {L"a * b", false, L"", 1, 0},
                {L"* 2", false, L"", 1, 0},
                {L"", false, L"", 1, 0}};
