@@ -26,4 +26,8 @@ KRX::MATH::CTransformation NeutralPose(const KRX::X3DObject& object) {
   return pose;
 }
 
+KRX::MATH::CVector3 GlobalPosition(const KRX::X3DObject& object) {
+  return object.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
+}
+
 }  // namespace kavor

@@ -36,6 +36,9 @@ void FrameModels(const KRX::CString& property_name);
 // composed in the order of "rotorder" (an order outside 0..5 reads as XYZ).
 KRX::MATH::CTransformation NeutralPose(const KRX::X3DObject& object);
 
+// The object's global position at the current time.
+KRX::MATH::CVector3 GlobalPosition(const KRX::X3DObject& object);
+
 // Opens the property's page with "InspectObj" (modal) and tells whether it was confirmed.
 bool InspectProperty(const KRX::Property& property);
 

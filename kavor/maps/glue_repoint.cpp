@@ -1,6 +1,7 @@
 #include "kavor/maps/frame_rotation.h"
 #include "kavor/maps/glue_map.h"
 #include "kavor/host/host.h"
+#include "kavor/io/scene_helpers.h"
 
 namespace kavor {
 
@@ -11,10 +12,6 @@ bool EndsLimbPlane(const ModelStructure& structure, int32_t node) {
     if (plane.span == node) return true;
   }
   return false;
-}
-
-KRX::MATH::CVector3 GlobalPosition(const KRX::X3DObject& object) {
-  return object.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "kavor/maps/limb_bend.h"
 
 #include "kavor/host/host.h"
+#include "kavor/io/scene_helpers.h"
 
 namespace kavor {
 
@@ -8,10 +9,6 @@ namespace {
 
 // The end of a limb is pulled this far towards its anchor so that the chain bends.
 constexpr double kBendFraction = 0.99;
-
-KRX::MATH::CVector3 GlobalPosition(const KRX::X3DObject& object) {
-  return object.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
-}
 
 }  // namespace
 

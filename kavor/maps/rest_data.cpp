@@ -31,10 +31,6 @@ CVector3 BoundPosition(const RetargetModel& model, int32_t i,
 
 double Distance(const CVector3& a, const CVector3& b) { return (a - b).GetLength(); }
 
-CVector3 Position(const RetargetModel& model, int32_t i) {
-  return model.Node(i).global_pose.GetTranslation();
-}
-
 // Any unit vector perpendicular to `v` (a unit vector).
 CVector3 Perpendicular(const CVector3& v) {
   CVector3 axis = std::fabs(v.GetX()) < 0.9 ? CVector3(1, 0, 0).Cross(v) : CVector3(0, 1, 0).Cross(v);
@@ -74,7 +70,7 @@ void ComputeLengths(RetargetModel& model) {
     NodeMapEntry& node = model.Node(i);
     if (info.type != StructureNodeType::kIk) {
       node.length = parent < 0 ? node.local_pose.GetTranslation().GetLength()
-                               : Distance(Position(model, parent), Position(model, i));
+                               : Distance(model.NodePosition(parent), model.NodePosition(i));
       continue;
     }
     node.length = 0.0;
@@ -152,7 +148,7 @@ void ComputeHipOffset(RetargetModel& model) {
     if (!NodeInfo(model, i).friction || model.Node(i).length <= longest) continue;
     longest = model.Node(i).length;
     const int32_t parent = NodeInfo(model, i).parent;
-    if (parent >= 0) model.hip_offset = -((Position(model, parent) - Position(model, 0)).Dot(d));
+    if (parent >= 0) model.hip_offset = -((model.NodePosition(parent) - model.NodePosition(0)).Dot(d));
   }
 }
 

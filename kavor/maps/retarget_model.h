@@ -99,6 +99,10 @@ class RetargetModel {
   // every such access, never memory outside the table.
   NodeMapEntry& Node(int32_t index);
   const NodeMapEntry& Node(int32_t index) const;
+  // The node's position in its current global pose.
+  KRX::MATH::CVector3 NodePosition(int32_t index) const {
+    return Node(index).global_pose.GetTranslation();
+  }
   PlaneMapEntry& Plane(int32_t index);
   const PlaneMapEntry& Plane(int32_t index) const;
   int32_t NumNodes() const { return static_cast<int32_t>(node_map_.size()); }

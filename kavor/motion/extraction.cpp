@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "kavor/host/host.h"
+#include "kavor/io/scene_helpers.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/motion/normalize.h"
 #include "kavor/motion/pose.h"
@@ -64,10 +65,6 @@ void PairNodes(RetargetModel& target, const RetargetModel& source) {
   }
 }
 
-CVector3 ObjectPosition(const KRX::X3DObject& object) {
-  return object.GetKinematics().GetGlobal().GetTransform(kCurrentTime).GetTranslation();
-}
-
 // A node that stands on the end of its parent's limb (a foot control at the ankle's IK
 // effector) stays where it is in the hierarchy even without a source.
 bool StandsOnParentLimbEnd(const RetargetModel& target, int32_t node, int32_t parent) {
@@ -76,7 +73,7 @@ bool StandsOnParentLimbEnd(const RetargetModel& target, int32_t node, int32_t pa
     if (plane.span != parent || plane.span < 0 || plane.span >= target.NumNodes()) continue;
     const KRX::X3DObject& end = target.Node(plane.span).object;
     if (!object.IsValid() || !end.IsValid()) continue;
-    if ((ObjectPosition(object) - ObjectPosition(end)).GetLength() < kSharedPlace) return true;
+    if ((GlobalPosition(object) - GlobalPosition(end)).GetLength() < kSharedPlace) return true;
   }
   return false;
 }

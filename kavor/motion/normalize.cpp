@@ -18,10 +18,6 @@ using KRX::MATH::CVector3;
 
 constexpr double kStraightLimbAngle = 0.1;
 
-CVector3 Position(const RetargetModel& model, int32_t node) {
-  return model.Node(node).global_pose.GetTranslation();
-}
-
 bool IsNodeIndex(const RetargetModel& model, int32_t node) {
   return node >= 0 && node < model.NumNodes();
 }
@@ -68,9 +64,9 @@ void SolveLimb(RetargetModel& model, int32_t plane_index) {
 
   ReplaceUnder(model, a, b);
   const CTransformation base = model.Node(b).global_pose;
-  const CVector3 v = Position(model, a) - base.GetTranslation();
+  const CVector3 v = model.NodePosition(a) - base.GetTranslation();
   const CTransformation base_inverse = RigidInverse(base);
-  const CVector3 target = base_inverse.MapPoint(Position(model, end));
+  const CVector3 target = base_inverse.MapPoint(model.NodePosition(end));
   const CVector3 normal_in_base = base_inverse.GetRotation().GetQuaternion().Rotate(normal);
 
   const double reach = target.GetLength();
@@ -90,7 +86,7 @@ void SolveLimb(RetargetModel& model, int32_t plane_index) {
 
   CTransformation& upper_pose = model.Node(a).global_pose;
   const CVector3 rest_end = upper_pose.GetRotation().GetQuaternion().Rotate(limb.rest_end_direction);
-  const CVector3 w2 = Position(model, end) - upper_pose.GetTranslation();
+  const CVector3 w2 = model.NodePosition(end) - upper_pose.GetTranslation();
   upper_pose.SetRotation(CRotation::Mul(upper_pose.GetRotation(), TurnOnto(rest_end, w2)));
 }
 
@@ -125,9 +121,9 @@ void ComputeUpVectors(RetargetModel& model) {
         !IsNodeIndex(model, plane.span)) {
       continue;
     }
-    const CVector3 anchor = Position(model, plane.anchor_index);
-    CVector3 e = Position(model, plane.span) - anchor;
-    CVector3 m = Position(model, plane.mid) - anchor;
+    const CVector3 anchor = model.NodePosition(plane.anchor_index);
+    CVector3 e = model.NodePosition(plane.span) - anchor;
+    CVector3 m = model.NodePosition(plane.mid) - anchor;
     if (!e.NormalizeInPlace() || !m.NormalizeInPlace()) continue;
     if (e.GetAngle(m) < kStraightLimbAngle) continue;
     CVector3 up = e.Cross(m);
