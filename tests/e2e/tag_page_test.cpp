@@ -1,6 +1,8 @@
 // Tagging the way a person does: the Tag Rig page of the loaded plug-in on an imported
 // rig, objects picked through the host's scripted interaction, a value typed, the page
 // closed.
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -24,15 +26,48 @@ std::string Value(const KRX::CustomProperty& page, const wchar_t* name) {
   return page.GetParameterValue(name).GetString().GetAsciiString();
 }
 
+// The loaded module keeps its own data roots, computed from the installation paths on
+// first use: another end-to-end test may already have had them computed with no path set.
+// Makes the module compute them again.
+void ResetModuleDataRoots(const std::string& module_path) {
+  void* module = dlopen(module_path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  ASSERT_NE(module, nullptr) << module_path;
+  void* reset = dlsym(module, "_ZN5kavor14ResetDataRootsEv");  // kavor::ResetDataRoots()
+  if (reset != nullptr) reinterpret_cast<void (*)()>(reset)();
+  dlclose(module);
+  ASSERT_NE(reset, nullptr);
+}
+
+// Installation path 3 on the shipped data for one test, given back (with the module's
+// roots reset again) when the test ends.
+class ShippedDataPath {
+ public:
+  ShippedDataPath(const std::filesystem::path& source, std::string module_path)
+      : module_path_(std::move(module_path)), previous_(KRX::rt::GetInstallationPathText(3)) {
+    KRX::rt::SetInstallationPath(3, (source / "data").string());
+    ResetModuleDataRoots(module_path_);
+  }
+  ~ShippedDataPath() {
+    KRX::rt::SetInstallationPath(3, previous_);
+    ResetModuleDataRoots(module_path_);
+  }
+
+ private:
+  std::string module_path_, previous_;
+};
+
 TEST_F(TagPageTest, PickTypeAndClose) {
   const char* source = std::getenv("KAVOR_SOURCE_DIR");
   if (!source) GTEST_SKIP() << "KAVOR_SOURCE_DIR is not set";
-  KRX::rt::SetInstallationPath(3, (std::filesystem::path(source) / "data").string());
+  const ShippedDataPath data(source, module_->path);
   KRX::rt::ResetInteraction();
   const std::string walker = (std::filesystem::path(source) / "examples" / "walker.bvh").string();
-  ASSERT_EQ(RunCmd(L"ImportBVH", {KRX::CValue(walker), KRX::CValue(L"Walker")}).GetString(), KRX::CString(L"Walker"));
-  ASSERT_TRUE(RunCmd(L"SetStructureFile", {KRX::CValue(L"Walker"), KRX::CValue(L"Humanoid")}).GetBool());
-  const KRX::X3DObject model = KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false);
+  ASSERT_EQ(RunCmd(L"ImportBVH", {KRX::CValue(walker), KRX::CValue(L"Walker")}).GetString(),
+            KRX::CString(L"Walker"));
+  ASSERT_TRUE(
+      RunCmd(L"SetStructureFile", {KRX::CValue(L"Walker"), KRX::CValue(L"Humanoid")}).GetBool());
+  const KRX::X3DObject model =
+      KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false);
   KRX::CustomProperty page;
   for (const KRX::Property& p : model.GetProperties()) {
     if (p.GetName() == KRX::CString(L"TagPPG")) page = KRX::CustomProperty(p);
@@ -45,7 +80,8 @@ TEST_F(TagPageTest, PickTypeAndClose) {
 
   // Pick the upper arm.
   KRX::rt::QueueAnswer({KRX::rt::AnswerKind::Pick, 1, KRX::CString(L"Walker.LeftArm")});
-  EXPECT_EQ(KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ButtonClicked, L"lShoulder"), KRX::CStatus::OK);
+  EXPECT_EQ(KRX::rt::FirePPGEvent(page, KRX::PPGEvent::ButtonClicked, L"lShoulder"),
+            KRX::CStatus::OK);
   EXPECT_EQ(Value(page, L"lShoulder"), "LeftArm");
   EXPECT_TRUE(page.GetParameterValue(L"dirty").GetBool());
   {  // A cancelled pick changes nothing.
@@ -72,12 +108,13 @@ TEST_F(TagPageTest, PickTypeAndClose) {
   // Closing a changed page applies it; an incomplete tagging is refused with its reason.
   EXPECT_EQ(KRX::rt::ClosePage(page), KRX::CStatus::OK);
   ASSERT_FALSE(KRX::rt::MessageBoxes().empty());
-  EXPECT_EQ(KRX::rt::MessageBoxes().back().text.GetAsciiString(),
-            "Because you tagged the lShoulder then you must also tag the Spine2 because it is higher in "
-            "the hierarchy.");
-  KRX::Property map;
+  EXPECT_EQ(
+      KRX::rt::MessageBoxes().back().text.GetAsciiString(),
+      "Because you tagged the lShoulder then you must also tag the Spine2 because it is higher in "
+      "the hierarchy.");
   bool has_map = false;
-  for (const KRX::Property& p : model.GetProperties()) has_map = has_map || p.GetName() == KRX::CString(L"ZRKMap");
+  for (const KRX::Property& p : model.GetProperties())
+    has_map = has_map || p.GetName() == KRX::CString(L"ZRKMap");
   EXPECT_FALSE(has_map);
 }
 

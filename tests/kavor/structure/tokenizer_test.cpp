@@ -76,23 +76,19 @@ TEST(Tokenizer, DelimitersCharactersAndLines) {
 
 TEST(Tokenizer, Numbers) {
   using S = TokenStatus;
-  // One token each: the status, the value it leaves, and the whole token consumed.
+  // One token each: the status, the value it leaves, and the whole token consumed. (The
+  // structure reader's messages show the other statuses.)
+  // clang-format off
   const struct {
     const char* text;
     TokenStatus status;
     double value;
-  } reals[] = {{"-.5", S::kOk, -0.5},
-               {"5.", S::kOk, 5.0},
-               {"2.5E-2", S::kOk, 0.025},
-               {"1e-400", S::kOk, 0.0},
-               {"1.0}", S::kTrailingCharacters, 1.0},
-               {"1,5", S::kTrailingCharacters, 1.0},  // in every locale
-               {"+-1", S::kNotANumber, 0.0},
-               {",", S::kNotANumber, 0.0},
-               {"nan", S::kNotFinite, 0.0},
-               {"-infinity", S::kNotFinite, 0.0},
-               {"1e400", S::kOutOfRange, 0.0},
-               {" \n# nothing", S::kEndOfData, 0.0}};
+  } reals[] = {
+      {"-.5", S::kOk, -0.5}, {"5.", S::kOk, 5.0}, {"2.5E-2", S::kOk, 0.025},
+      {"1e-400", S::kOk, 0.0}, {"1,5", S::kTrailingCharacters, 1.0},  // in every locale
+      {"+-1", S::kNotANumber, 0.0}, {"-infinity", S::kNotFinite, 0.0},
+      {"1e400", S::kOutOfRange, 0.0}, {" \n# nothing", S::kEndOfData, 0.0}};
+  // clang-format on
   for (const auto& c : reals) {
     SCOPED_TRACE(c.text);
     Tokenizer t(c.text);

@@ -3,50 +3,49 @@
 // of it read back into a RetargetModel with the same rest data.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 
-#include "app/app_settings.h"
-#include "kavor/host/host.h"
-#include "kavor/maps/glue_map.h"
-#include "kavor/maps/model_map.h"
-#include "kavor/maps/retarget_model.h"
+#include "kavor/motion/capture_rig_support.h"
 #include "kavor/structure/structure_parser.h"
-#include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tags.h"
-#include "runtime/log.h"
-#include "runtime/scene_state.h"
 
 namespace kavor {
 namespace {
 
-namespace fs = std::filesystem;
+namespace ct = capturetest;
 using KRX::MATH::CVector3;
 
-fs::path SourceDir() {
-  const char* source = std::getenv("KAVOR_SOURCE_DIR");
-  return source ? fs::path(source) : fs::path();
-}
-
 // Structure node -> joint of the motion-capture library's skeleton.
-const std::map<std::string, std::string> kJointOfNode = {
-    {"Hips", "Hips"},           {"Spine", "LowerBack"},      {"Spine1", "Spine"},
-    {"Spine2", "Spine1"},       {"Neck", "Neck"},            {"Neck1", "Neck1"},
-    {"Head", "Head"},           {"lHip", "LeftUpLeg"},       {"lKnee", "LeftLeg"},
-    {"lAnkle", "LeftFoot"},     {"lToes", "LeftToeBase"},    {"rHip", "RightUpLeg"},
-    {"rKnee", "RightLeg"},      {"rAnkle", "RightFoot"},     {"rToes", "RightToeBase"},
-    {"lClavicle", "LeftShoulder"}, {"lShoulder", "LeftArm"}, {"lElbow", "LeftForeArm"},
-    {"lWrist", "LeftHand"},     {"lHand", "LeftFingerBase"}, {"rClavicle", "RightShoulder"},
-    {"rShoulder", "RightArm"},  {"rElbow", "RightForeArm"},  {"rWrist", "RightHand"},
-    {"rHand", "RightFingerBase"}};
+const std::map<std::string, std::string> kJointOfNode = {{"Hips", "Hips"},
+                                                         {"Spine", "LowerBack"},
+                                                         {"Spine1", "Spine"},
+                                                         {"Spine2", "Spine1"},
+                                                         {"Neck", "Neck"},
+                                                         {"Neck1", "Neck1"},
+                                                         {"Head", "Head"},
+                                                         {"lHip", "LeftUpLeg"},
+                                                         {"lKnee", "LeftLeg"},
+                                                         {"lAnkle", "LeftFoot"},
+                                                         {"lToes", "LeftToeBase"},
+                                                         {"rHip", "RightUpLeg"},
+                                                         {"rKnee", "RightLeg"},
+                                                         {"rAnkle", "RightFoot"},
+                                                         {"rToes", "RightToeBase"},
+                                                         {"lClavicle", "LeftShoulder"},
+                                                         {"lShoulder", "LeftArm"},
+                                                         {"lElbow", "LeftForeArm"},
+                                                         {"lWrist", "LeftHand"},
+                                                         {"lHand", "LeftFingerBase"},
+                                                         {"rClavicle", "RightShoulder"},
+                                                         {"rShoulder", "RightArm"},
+                                                         {"rElbow", "RightForeArm"},
+                                                         {"rWrist", "RightHand"},
+                                                         {"rHand", "RightFingerBase"}};
 
 // The OFFSET of each joint, read straight from the file.
-std::map<std::string, CVector3> JointOffsets(const fs::path& file) {
+std::map<std::string, CVector3> JointOffsets(const ct::fs::path& file) {
   std::ifstream in(file);
   std::map<std::string, CVector3> offsets;
   std::string word, joint;
@@ -67,16 +66,17 @@ CVector3 GlobalPosition(const KRX::X3DObject& model, const std::string& name) {
 }
 
 TEST(RigSetup, SurvivesSavingAndReopening) {
-  const fs::path bvh = SourceDir() / ".." / "shared" / "data" / "bvh" / "cmu_01_01.bvh";
-  if (SourceDir().empty() || !fs::exists(bvh)) GTEST_SKIP() << "the shared capture is not there";
-  KRX::rt::ResetScene();
-  KRX::rt::SetInstallationPath(3, (SourceDir() / "data").string());
-  KRX::CValue name;
-  ASSERT_EQ(KRX::Application().ExecuteCommand(L"ImportBVH", {KRX::CValue(ToWide(bvh.string())), KRX::CValue(L"Walker")}, name),
-            KRX::CStatus::OK);
-  KRX::Model model(KRX::Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false));
+  const ct::fs::path bvh = ct::SharedCapture("cmu_01_01.bvh");
+  if (bvh.empty()) GTEST_SKIP() << "the shared capture is not there";
+  ct::NewSceneWithShippedData();
+  const KRX::Model model = ct::ImportCapture(bvh, L"Walker");
   ASSERT_TRUE(model.IsValid());
-  KRX::Application().GetActiveProject().GetPlayControl().GetParameter(L"Current").PutValue(KRX::CValue(1));
+  const KRX::CString name = model.GetName();
+  KRX::Application()
+      .GetActiveProject()
+      .GetPlayControl()
+      .GetParameter(L"Current")
+      .PutValue(KRX::CValue(1));
 
   std::unique_ptr<ModelStructure> structure = ParseStructure(L"BvhCmu");
   ASSERT_TRUE(structure);
@@ -100,25 +100,27 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
   const double leg = std::max(left, right);
   // Hip offset: how far below the hips the hip joint of that leg sits at this frame.
   const char* hip_joint = left >= right ? "LeftUpLeg" : "RightUpLeg";
-  const double hip_offset = GlobalPosition(model, "Hips").GetY() - GlobalPosition(model, hip_joint).GetY();
+  const double hip_offset =
+      GlobalPosition(model, "Hips").GetY() - GlobalPosition(model, hip_joint).GetY();
 
-  const fs::path scene = fs::temp_directory_path() / "kavor_rig_setup_test.krxs";
+  const ct::fs::path scene = ct::fs::temp_directory_path() / "kavor_rig_setup_test.krxs";
   KRX::CValue ok;
   KRX::Application().ExecuteCommand(L"SaveScene", {KRX::CValue(ToWide(scene.string()))}, ok);
   ASSERT_TRUE(ok.GetBool());
   KRX::Application().ExecuteCommand(L"NewScene", {}, ok);
   KRX::Application().ExecuteCommand(L"OpenScene", {KRX::CValue(ToWide(scene.string()))}, ok);
   ASSERT_TRUE(ok.GetBool());
-  fs::remove(scene);
+  ct::fs::remove(scene);
 
-  KRX::Model reopened(KRX::Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false));
+  KRX::Model reopened(KRX::Application().GetActiveSceneRoot().FindChild(name, L"", false));
   ASSERT_TRUE(reopened.IsValid());
   std::optional<ModelStructure> stored = ReadStructureProperty(reopened);
   ASSERT_TRUE(stored);
   ASSERT_EQ(stored->NumNodes(), structure->NumNodes());
-  for (int32_t i = 0; i < structure->NumNodes(); ++i) {
-    EXPECT_EQ(stored->nodes[static_cast<size_t>(i)].name, structure->nodes[static_cast<size_t>(i)].name);
-    EXPECT_EQ(stored->nodes[static_cast<size_t>(i)].parent, structure->nodes[static_cast<size_t>(i)].parent);
+  for (size_t i = 0; i < structure->nodes.size(); ++i) {
+    EXPECT_TRUE(stored->nodes[i].name == structure->nodes[i].name &&
+                stored->nodes[i].parent == structure->nodes[i].parent)
+        << i;
   }
   RetargetModel retarget(reopened, &*stored);
   ReadModelMap(retarget);
@@ -132,7 +134,9 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
     const std::string& node_name = stored->nodes[static_cast<size_t>(i)].name;
     EXPECT_EQ(node.object.IsValid(), kJointOfNode.count(node_name) == 1) << node_name;
     if (!node.object.IsValid()) continue;
-    EXPECT_TRUE(node.rest_rotation.GetRotationQuaternion().Rotate(node.align).Equals(CVector3(0, 0, 1), 1e-5))
+    EXPECT_TRUE(node.rest_rotation.GetRotationQuaternion()
+                    .Rotate(node.align)
+                    .Equals(CVector3(0, 0, 1), 1e-5))
         << node_name;
   }
   std::unique_ptr<GlueMap> glue = ReadGlueMap(reopened);

@@ -1,6 +1,8 @@
 // The tag page's flows on a small rig whose structure lies in a data folder of the test's
 // own: applying, cleaning, saving and inheriting, with each flow's messages word for word,
 // and the hand-over to the removal of the retarget setup.
+#include "kavor/tagging/tag_flows.h"
+
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -17,7 +19,6 @@
 #include "kavor/maps/rig_test_support.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/structure/structure_property.h"
-#include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tag_templates.h"
 #include "kavor/xml/preferences.h"
 #include "runtime/interaction.h"
@@ -69,26 +70,33 @@ class TagFlows : public testing::Test {
   }
 
   // A tag page for the structure with the given values, marked dirty as picking does.
-  KRX::CustomProperty Page(const KRX::Model& model, const std::map<std::string, std::string>& values) {
+  KRX::CustomProperty Page(const KRX::Model& model,
+                           const std::map<std::string, std::string>& values) {
     WriteStructureProperty(*structure_, model);
     PrepareTagPage(model, *structure_);
     KRX::CustomProperty page = GetOrAddTagPage(model);
     page.PutParameterValue(L"StructureFile", KRX::CValue(L"TestRig"));
-    for (const auto& [node, object] : values) page.PutParameterValue(ToWide(node), KRX::CValue(ToWide(object)));
+    for (const auto& [node, object] : values)
+      page.PutParameterValue(ToWide(node), KRX::CValue(ToWide(object)));
     page.PutParameterValue(L"dirty", KRX::CValue(true));
     return page;
   }
   // The whole leg, hips and spine tagged and applied.
   KRX::CustomProperty TagAll(const KRX::Model& model) {
-    KRX::CustomProperty page = Page(model, {{"Hips", "Hips"}, {"lHip", "LeftUpLeg"}, {"lKnee", "LeftLeg"},
-                                            {"lAnkle", "LeftFoot"}, {"lToes", "LeftToe"},
-                                            {"Spine", "Spine"}, {"Chest", "Chest"}});
+    KRX::CustomProperty page = Page(model, {{"Hips", "Hips"},
+                                            {"lHip", "LeftUpLeg"},
+                                            {"lKnee", "LeftLeg"},
+                                            {"lAnkle", "LeftFoot"},
+                                            {"lToes", "LeftToe"},
+                                            {"Spine", "Spine"},
+                                            {"Chest", "Chest"}});
     EXPECT_TRUE(ApplyTagsToRig(model));
     return page;
   }
   std::string LastBox() const {
     EXPECT_FALSE(KRX::rt::MessageBoxes().empty());
-    return KRX::rt::MessageBoxes().empty() ? "" : KRX::rt::MessageBoxes().back().text.GetAsciiString();
+    return KRX::rt::MessageBoxes().empty() ? ""
+                                           : KRX::rt::MessageBoxes().back().text.GetAsciiString();
   }
   // Tag name of every tagged object below the model.
   static std::map<std::string, std::string> Tags(const KRX::Model& model) {
@@ -122,7 +130,9 @@ TEST_F(TagFlows, ApplyTagsToRigRefusals) {
   page.PutParameterValue(L"StructureFile", KRX::CValue(L"TestRig"));
   page.PutParameterValue(L"lToes", KRX::CValue(L"LeftToe"));
   EXPECT_TRUE(ApplyTagsToRig(rig_.model));
-  EXPECT_EQ(LastBox(), "Because you tagged the lToes then you must also tag the lAnkle because it is higher in the hierarchy.");
+  EXPECT_EQ(LastBox(),
+            "Because you tagged the lToes then you must also tag the lAnkle because it is higher "
+            "in the hierarchy.");
   EXPECT_FALSE(Has(rig_.model, kModelMapProperty));
   EXPECT_TRUE(Tags(rig_.model).empty());
   EXPECT_TRUE(page.GetParameterValue(L"dirty").GetBool());
@@ -143,7 +153,8 @@ TEST_F(TagFlows, CleanTagsFromRig) {
   const std::vector<KRX::Parameter> parameters = page.GetParameters();
   ASSERT_EQ(parameters.size(), 4u + 7u + 2u);  // the fixed four, the nodes, cog and pelvis
   EXPECT_EQ(ToNarrow(parameters[1].GetValue().GetString()), "TestRig");
-  for (size_t i = 4; i < parameters.size(); ++i) EXPECT_EQ(parameters[i].GetValue().GetString(), KRX::CString(L""));
+  for (size_t i = 4; i < parameters.size(); ++i)
+    EXPECT_EQ(parameters[i].GetValue().GetString(), KRX::CString(L""));
   // A model without a retarget setup hands over quietly; one with it reaches the removal.
   EXPECT_FALSE(LoggedLine(4, kHandOver));
   rig_.model.AddCustomProperty(kMotionBlobName);
@@ -166,7 +177,8 @@ TEST_F(TagFlows, SaveTagTemplate) {
   page.PutParameterValue(L"dirty", KRX::CValue(true));
   ASSERT_TRUE(SaveTagTemplate(rig_.model, file));
   EXPECT_FALSE(page.GetParameterValue(L"dirty").GetBool());
-  EXPECT_EQ(Tags(rig_.model), (std::map<std::string, std::string>{{"Hips", "Hips"}, {"Spine", "Spine"}}));
+  EXPECT_EQ(Tags(rig_.model),
+            (std::map<std::string, std::string>{{"Hips", "Hips"}, {"Spine", "Spine"}}));
   EXPECT_EQ(ToNarrow(page.GetParameterValue(L"TemplateFile").GetString()), file);
   std::ifstream in(file);
   std::stringstream text;
@@ -175,7 +187,8 @@ TEST_F(TagFlows, SaveTagTemplate) {
   EXPECT_EQ(text.str().substr(0, head.size()), head);
 
   EXPECT_FALSE(SaveTagTemplate(rig_.model, (folder_ / "no" / "such" / "folder.tagt").string()));
-  EXPECT_TRUE(LoggedLine(4, "You do not have permission to save to this directory.  File not saved."));
+  EXPECT_TRUE(
+      LoggedLine(4, "You do not have permission to save to this directory.  File not saved."));
 }
 
 // A template that names an object the rig lacks, inherited both ways. In file order the
@@ -190,7 +203,8 @@ TEST_F(TagFlows, InheritStopsWhereTheTemplateFails) {
   for (const bool strict : {false, true}) {
     SCOPED_TRACE(strict ? "checked first" : "in file order");
     const rigtest::Rig other = rigtest::BuildRig(strict ? "Strict" : "Written");
-    ASSERT_TRUE(TryRunCommand(L"DeleteObj", {KRX::CValue(other.model.GetFullName() + L".LeftToe")}));
+    ASSERT_TRUE(
+        TryRunCommand(L"DeleteObj", {KRX::CValue(other.model.GetFullName() + L".LeftToe")}));
     KRX::CustomProperty page = Page(other.model, {{"Hips", "Hips"}});
     ASSERT_TRUE(ApplyTagsToRig(other.model));
     ASSERT_TRUE(Has(other.model, kGlueProperty));
@@ -207,7 +221,8 @@ TEST_F(TagFlows, InheritStopsWhereTheTemplateFails) {
       EXPECT_EQ(ToNarrow(page.GetParameterValue(L"lHip").GetString()), "");
     } else {
       EXPECT_TRUE(LoggedLine(4, "cannot apply tag lToes, node not found: LeftToe"));
-      EXPECT_EQ(Tags(other.model), (std::map<std::string, std::string>{{"Spine", "Spine"}, {"Chest", "Chest"}}));
+      EXPECT_EQ(Tags(other.model),
+                (std::map<std::string, std::string>{{"Spine", "Spine"}, {"Chest", "Chest"}}));
       EXPECT_FALSE(Has(other.model, kGlueProperty) || Has(other.model, L"PlotRetargetPPG"));
       EXPECT_EQ(ToNarrow(page.GetParameterValue(L"lHip").GetString()), "LeftUpLeg");
       EXPECT_EQ(ToNarrow(page.GetParameterValue(L"lToes").GetString()), "");
