@@ -229,10 +229,11 @@ TEST_F(CommandCheckTest, OptionalAndModelArguments) {
   Expect(start, {KRX::CValue(inner.GetFullName())}, "", kZero);
   Expect(start, {gone}, "", kZero);
   KRX::CValue ignored;
-  ASSERT_EQ(KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())},
-                                              ignored),
-            KRX::CStatus::OK);
-  for (const KRX::CValue& value : {KRX::CValue(hip.GetRef()), KRX::CValue(hip.GetFullName()), gone, kTen}) {
+  ASSERT_EQ(
+      KRX::Application().ExecuteCommand(L"DeleteObj", {KRX::CValue(inner.GetFullName())}, ignored),
+      KRX::CStatus::OK);
+  for (const KRX::CValue& value :
+       {KRX::CValue(hip.GetRef()), KRX::CValue(hip.GetFullName()), gone, kTen}) {
     Expect(start, {value}, start + " command invalid source model.", kFalse);
   }
   hip.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(

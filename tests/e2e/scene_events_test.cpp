@@ -1,12 +1,13 @@
 // What the plug-in does on a new or an opened scene. The Mocap to Rig page needs the
 // property the loaded module registers, so it goes through the host's scene events; the
 // other steps read the last adjusted model, which the test sets, and are called directly.
+#include "plugins/scene_events.h"
+
 #include <string>
 
 #include "e2e/kavor_module.h"
-#include "plugins/scene_events.h"
-#include "runtime/log.h"
 #include "kavor/plugin/shared_names.h"
+#include "runtime/log.h"
 #include "runtime/scene_state.h"
 
 extern "C" KRX::CStatus MyNewScene_OnEvent(KRX::CRef& context);

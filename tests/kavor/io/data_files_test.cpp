@@ -63,9 +63,10 @@ TEST_F(DataFilesTest, RootsAreTheInstallationPathsWithTheDataSuffix) {
 // leave the kind's folder are refused.
 TEST_F(DataFilesTest, FindDataFileSearchesFromTheStartRootToRootThree) {
   UseInstallations({Install(0), Install(1), Install(2)});
-  for (const char* file : {"Structures/human.structure", "Structures/human.base",
-                           "Structures/Mocap/bvh.structure", "TagTemplates/t.tagt",
-                           "Structures/first.structure", "x.structure"}) {
+  for (const char* file :
+       {"Structures/human.structure", "Structures/human.base", "Structures/Mocap/bvh.structure",
+        "TagTemplates/t.tagt", "Structures/first.structure", "x.structure",
+        "Structures/a\\b.structure"}) {
     Put(0, file);
   }
   Put(1, "Structures/second.structure");
@@ -91,7 +92,7 @@ TEST_F(DataFilesTest, FindDataFileSearchesFromTheStartRootToRootThree) {
       {kS, L"first", 2, 2, "Structures/first.structure"},  // root 2 holds a folder
       {kS, L"second", 4, -1, ""},
       {kS, L"Mocap/bvh", 1, -1, ""},
-      {kS, L"Mocap\\bvh", 1, -1, ""},
+      {kS, L"a\\b", 1, -1, ""},  // the file exists
   };
   for (const auto& c : cases) {
     CString path = L"untouched";
@@ -107,8 +108,9 @@ TEST_F(DataFilesTest, FindDataFileSearchesFromTheStartRootToRootThree) {
 // files of the kind's extension.
 TEST_F(DataFilesTest, EmptyRootsAndListing) {
   UseInstallations({Install(0), "", ""});
-  for (const char* file : {"Structures/human.structure", "Structures/a.structure", "Structures/b.base",
-                           "Structures/x.structure.bak", "Structures/Mocap/m.structure"}) {
+  for (const char* file :
+       {"Structures/human.structure", "Structures/a.structure", "Structures/b.base",
+        "Structures/x.structure.bak", "Structures/Mocap/m.structure"}) {
     Put(0, file);
   }
   std::filesystem::create_directories(Data(0, "Structures/d.structure"));

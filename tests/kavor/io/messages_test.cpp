@@ -36,7 +36,8 @@ TEST_F(MessagesTest, ShowWarningLogsAndShowsAWarningBox) {
   EXPECT_EQ(ShowWarning(L"cannot find structure file: human"), KRX::kMsgBoxResultOk);
   ASSERT_EQ(rt::MessageBoxes().size(), 1u);
   const rt::MessageBoxRecord& box = rt::MessageBoxes()[0];
-  EXPECT_EQ(box.title + L": " + box.text, CString(L"ZRKRetarget: cannot find structure file: human"));
+  EXPECT_EQ(box.title + L": " + box.text,
+            CString(L"ZRKRetarget: cannot find structure file: human"));
   EXPECT_EQ(box.style, 48);
   ASSERT_EQ(rt::LogLines().size(), 1u);
   EXPECT_EQ(rt::LogLines()[0].text, CString(L"cannot find structure file: human"));
@@ -58,6 +59,8 @@ TEST_F(MessagesTest, CommandLoggingSwitchAndGuard) {
   SetCommandLogging(false);
   { ScopedCommandLoggingOff guard; }
   EXPECT_FALSE(CommandLogOn());
+  rt::SetPreference(kCommandLogPreference, KRX::CValue());  // a setting that cannot be read is on
+  EXPECT_TRUE(SetCommandLogging(false));
 }
 
 // The bar is shown from zero with its caption and maximum, and hidden when the guard goes;
@@ -82,7 +85,8 @@ TEST_F(MessagesTest, ProgressBarGuardShowsAndHides) {
 TEST_F(MessagesTest, FileBrowserGivesTheChosenFileOrNothing) {
   rt::QueueAnswer({rt::AnswerKind::File, 0, CString(L"/data/walk one.bvh")});
   rt::QueueAnswer({rt::AnswerKind::Cancel, 0, CString()});
-  EXPECT_EQ(BrowseForFile(L"*.bvh||", L"Load BVH", L"/data/", true), CString(L"/data/walk one.bvh"));
+  EXPECT_EQ(BrowseForFile(L"*.bvh||", L"Load BVH", L"/data/", true),
+            CString(L"/data/walk one.bvh"));
   EXPECT_EQ(BrowseForFile(L"*.tagt||", L"Save Template", L"/tmp/", false), CString());
   EXPECT_EQ(BrowseForFile(L"*.adj||", L"Load Preset", L"", true), CString());
   ASSERT_EQ(rt::FileBrowsers().size(), 3u);
