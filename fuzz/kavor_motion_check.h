@@ -65,4 +65,47 @@ inline void CheckMotion(const KavorMotion& motion) {
   if (keys > kMaxCurveKeys) __builtin_trap();
 }
 
+inline bool SameTransform(const KRX::MATH::CTransformation& a,
+                          const KRX::MATH::CTransformation& b) {
+  const KRX::MATH::CQuaternion p = a.GetRotationQuaternion(), q = b.GetRotationQuaternion();
+  return a.GetTranslation() == b.GetTranslation() && p.GetW() == q.GetW() &&
+         p.GetX() == q.GetX() && p.GetY() == q.GetY() && p.GetZ() == q.GetZ();
+}
+
+// True when two motions read from the same bytes hold the same values.
+inline bool SameMotion(const KavorMotion& a, const KavorMotion& b) {
+  const ModelStructure &s = *a.structure, &t = *b.structure;
+  const RetargetModel &m = *a.model, &n = *b.model;
+  if (s.type != t.type || s.NumNodes() != t.NumNodes() || s.NumPlanes() != t.NumPlanes() ||
+      m.frame_count != n.frame_count || m.leg_length != n.leg_length ||
+      m.hip_offset != n.hip_offset || m.poses.size() != n.poses.size() ||
+      m.curves.size() != n.curves.size()) {
+    return false;
+  }
+  for (int32_t i = 0; i < s.NumNodes(); ++i) {
+    const StructureNode &u = s.nodes[static_cast<size_t>(i)], &v = t.nodes[static_cast<size_t>(i)];
+    if (u.name != v.name || u.obj_is_valid != v.obj_is_valid ||
+        m.Node(i).length != n.Node(i).length) {
+      return false;
+    }
+  }
+  for (size_t p = 0; p < s.planes.size(); ++p) {
+    const StructurePlane &u = s.planes[p], &v = t.planes[p];
+    if (u.name != v.name || u.span != v.span || u.mid != v.mid ||
+        u.anchor_index != v.anchor_index || u.chain != v.chain) {
+      return false;
+    }
+  }
+  for (size_t i = 0; i < m.poses.size(); ++i) {
+    if (!SameTransform(m.poses[i], n.poses[i])) return false;
+  }
+  for (size_t r = 0; r < m.curves.size(); ++r) {
+    if (m.curves[r].node_name != n.curves[r].node_name ||
+        m.curves[r].channels != n.curves[r].channels) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace kavor::fuzzcheck

@@ -542,6 +542,8 @@ TEST(KavorXml, EveryMessage) {
                           &read, &motion),
               "");
     EXPECT_EQ(motion.structure->type, "T ");
+    EXPECT_EQ(ReadShowing(XmlMotion({{">T<", ">\n  <![CDATA[U]]><x/><"}}), &read, &motion), "");
+    EXPECT_EQ(motion.structure->type, "U");  // the blank layout goes, the section stays
   }
   struct Case {
     std::vector<std::pair<std::string, std::string>> edits;
@@ -723,6 +725,15 @@ TEST(KavorXml, ErrorLimit) {
     EXPECT_EQ(ReadShowing(poses(200, 98, 3), &read, &motion), Report(errors));
     ASSERT_EQ(motion.model->poses.size(), 101u);
     EXPECT_TRUE(motion.model->poses[99].GetTranslation().Equals(CVector3(1, 2, 3)));
+  }
+  {  // So does the error of a section missing before them.
+    std::vector<std::string> errors(99, bad);
+    errors.insert(errors.begin(), "DOMElement : <NODES> not found under : ROOT");
+    errors.push_back("Too many errors: the rest of the poses was not read");
+    std::string text = poses(102, 99, 3);
+    text.replace(text.find("<NODES>"), text.find("<PLANES/>") - text.find("<NODES>"), "");
+    bool read = false;
+    EXPECT_EQ(ReadShowing(text, &read), Report(errors));
   }
   {
     std::string keys;
