@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -134,40 +135,28 @@ TEST_F(ModelMapTest, ReaderChecksInOrder) {
     EXPECT_DOUBLE_EQ(read->Node(kKnee).length, 3.0);
     EXPECT_TRUE(rigtest::LoggedLine(8, "name mismatch: got Knee, was expecting lKnee"));
   }
-  {  // One row fewer than nodes: refused, the rows are not read.
-    Nodes().PutRowCount(6);
+  // Each damage adds to the ones before; only the first check that fails is logged, and no
+  // row is read.
+  const auto remove = [&](const wchar_t* name) {
+    KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(name));
+  };
+  const std::pair<std::function<void()>, const char*> refusals[] = {
+      {[&] { Nodes().PutRowCount(6); }, "ModelMap property has 6 node rows, was expecting 7"},
+      {[&] { property_.PutParameterValue(L"Type", KRX::CValue(L"Quadruped")); },
+       "ModelMap property has type Quadruped, was expecting TestBase"},
+      {[&] { remove(L"Type"); }, "ModelMap property is missing Type parameter"},
+      {[&] { property_.PutParameterValue(L"Version", KRX::CValue(5)); },
+       "ModelMap property has version 5, was expecting 4 or lower"},
+      {[&] { remove(L"Version"); }, "ModelMap property is missing Version parameter"},
+      {[&] { DeleteByName(property_.GetFullName()); }, "ModelMap property not found"},
+  };
+  for (const auto& [damage, message] : refusals) {
+    damage();
     const std::unique_ptr<RetargetModel> read = ReadBack();
-    EXPECT_FALSE(read->valid);
-    EXPECT_EQ(read->Node(0).length, 0.0);
-    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property has 6 node rows, was expecting 7"));
-  }
-  {
-    property_.PutParameterValue(L"Type", KRX::CValue(L"Quadruped"));
-    EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(
-        rigtest::LoggedLine(8, "ModelMap property has type Quadruped, was expecting TestBase"));
-  }
-  {
-    KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(L"Type"));
-    EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property is missing Type parameter"));
-  }
-  {  // The version is checked before the type.
-    property_.PutParameterValue(L"Version", KRX::CValue(5));
-    EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(
-        rigtest::LoggedLine(8, "ModelMap property has version 5, was expecting 4 or lower"));
-    EXPECT_EQ(KRX::rt::LogLines().size(), 1u);
-  }
-  {
-    KRX::CustomProperty(property_).RemoveParameter(property_.GetParameter(L"Version"));
-    EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property is missing Version parameter"));
-  }
-  {
-    DeleteByName(property_.GetFullName());
-    EXPECT_FALSE(ReadBack()->valid);
-    EXPECT_TRUE(rigtest::LoggedLine(8, "ModelMap property not found"));
+    EXPECT_FALSE(read->valid) << message;
+    EXPECT_EQ(read->Node(0).length, 0.0) << message;
+    EXPECT_EQ(KRX::rt::LogLines().size(), 1u) << message;
+    EXPECT_TRUE(rigtest::LoggedLine(8, message));
   }
 }
 

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/rig_test_support.h"
+#include "kavor/motion/capture_rig_support.h"
 #include "kavor/tagging/tags.h"
 
 namespace kavor {
@@ -23,9 +23,9 @@ using KRX::MATH::CVector3;
 using rigtest::RigTest;
 
 void ExpectQuaternion(const CTransformation& t, double w, double x, double y, double z) {
-  EXPECT_TRUE(t.GetRotationQuaternion().SameRotation(CQuaternion(w, x, y, z), 1e-5))
-      << t.GetRotationQuaternion().GetW() << " " << t.GetRotationQuaternion().GetX() << " "
-      << t.GetRotationQuaternion().GetY() << " " << t.GetRotationQuaternion().GetZ();
+  const CQuaternion q = t.GetRotationQuaternion();
+  EXPECT_TRUE(q.SameRotation(CQuaternion(w, x, y, z), 1e-5))
+      << q.GetW() << " " << q.GetX() << " " << q.GetY() << " " << q.GetZ();
 }
 
 TEST(AlignPair, KnownAnswers) {
@@ -52,50 +52,46 @@ TEST(AlignPair, KnownAnswers) {
   }
 }
 
-// Lengths, leg length and hip offset from the joint positions; the same, scaled, for a copy
-// 1.5 times the size whose model is moved and turned when it is tagged (rest data are
-// measured in the model's own space).
+// Lengths, leg length and hip offset from the joint positions of a rig 1.5 times the size
+// whose model is moved and turned when it is tagged: rest data are measured in the model's
+// own space.
 TEST_F(RigTest, RestDataOfATaggedRig) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
-  ASSERT_TRUE(structure);
+  const rigtest::Rig rig = rigtest::BuildRig("Placed", 1.5);
   CTransformation placed;
   placed.SetTranslationFromValues(30, 2, -7);
   placed.SetRotation(KRX::MATH::CRotation::FromAxisAngle(CVector3(0, 1, 0), 1.1));
-  for (const double scale : {1.0, 1.5}) {
-    const rigtest::Rig rig = rigtest::BuildRig(scale == 1.0 ? "Walker" : "Placed", scale);
-    if (scale != 1.0) rig.model.GetKinematics().GetGlobal().PutTransform(placed);
-    rigtest::TagRig(rig, *structure);
-    RetargetModel model(rig.model, structure.get());
-    ComputeRestData(model);
-    const auto length = [&](const char* node) {
-      return model.Node(FindNodeIndex(*structure, node)).length / scale;
-    };
-    EXPECT_NEAR(length("Hips"), 10.0, 1e-9);  // the root: its distance from the model
-    EXPECT_NEAR(length("lHip"), std::hypot(1.0, 0.5), 1e-9);
-    EXPECT_NEAR(length("lKnee"), 3.5, 1e-9);
-    EXPECT_NEAR(length("lAnkle"), 7.5, 1e-9);  // ankle back to the hip through the knee
-    EXPECT_NEAR(length("Chest"), 2.0, 1e-9);
-    EXPECT_NEAR(model.leg_length, 7.5 * scale, 1e-9);
-    EXPECT_NEAR(model.hip_offset, 0.5 * scale, 1e-9);
-    // Rest rotations turn the tag's align onto +Z and roll onto +Y.
-    const NodeMapEntry& hips = model.Node(0);
-    EXPECT_TRUE(hips.align.Equals(CVector3(0, 1, 0), 1e-6));
-    const CQuaternion rest = hips.rest_rotation.GetRotationQuaternion();
-    EXPECT_TRUE(rest.Rotate(hips.align).Equals(CVector3(0, 0, 1), 1e-6));
-    EXPECT_TRUE(rest.Rotate(hips.roll).Equals(CVector3(0, 1, 0), 1e-6));
-  }
+  rig.model.GetKinematics().GetGlobal().PutTransform(placed);
+  rigtest::TagRig(rig, *structure);
+  RetargetModel model(rig.model, structure.get());
+  ComputeRestData(model);
+  const auto length = [&](const char* node) {
+    return model.Node(FindNodeIndex(*structure, node)).length / 1.5;
+  };
+  EXPECT_NEAR(length("Hips"), 10.0, 1e-9);  // the root: its distance from the model
+  EXPECT_NEAR(length("lHip"), std::hypot(1.0, 0.5), 1e-9);
+  EXPECT_NEAR(length("lKnee"), 3.5, 1e-9);
+  EXPECT_NEAR(length("lAnkle"), 7.5, 1e-9);  // ankle back to the hip through the knee
+  EXPECT_NEAR(length("Chest"), 2.0, 1e-9);
+  EXPECT_NEAR(model.leg_length, 7.5 * 1.5, 1e-9);
+  EXPECT_NEAR(model.hip_offset, 0.5 * 1.5, 1e-9);
+  // Rest rotations turn the tag's align onto +Z and roll onto +Y.
+  const NodeMapEntry& hips = model.Node(0);
+  EXPECT_TRUE(hips.align.Equals(CVector3(0, 1, 0), 1e-6));
+  EXPECT_TRUE(hips.rest_rotation.GetRotationQuaternion()
+                  .Rotate(hips.align)
+                  .Equals(CVector3(0, 0, 1), 1e-6));
+  EXPECT_TRUE(
+      hips.rest_rotation.GetRotationQuaternion().Rotate(hips.roll).Equals(CVector3(0, 1, 0), 1e-6));
 }
 
 TEST_F(RigTest, LimbLengthBridgesAnUnboundNode) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   const rigtest::Rig rig = rigtest::BuildRig("Walker");
-  // The knee a unit forward: through the knee the leg is longer than hip to ankle.
-  CTransformation knee = rig.knee.GetKinematics().GetGlobal().GetTransform();
-  knee.SetTranslationFromValues(1, 6, 1);
-  rig.knee.GetKinematics().GetGlobal().PutTransform(knee);
-  CTransformation ankle = rig.ankle.GetKinematics().GetGlobal().GetTransform();
-  ankle.SetTranslationFromValues(1, 2, 0);  // the foot stays where it was
-  rig.ankle.GetKinematics().GetGlobal().PutTransform(ankle);
+  // The knee a unit forward, the foot where it was: through the knee the leg is longer than
+  // hip to ankle.
+  rigtest::PlaceAt(rig.knee, 1, 6, 1);
+  rigtest::PlaceAt(rig.ankle, 1, 2, 0);
   rigtest::TagRig(rig, *structure);
   {
     RetargetModel model(rig.model, structure.get());
@@ -149,12 +145,8 @@ TEST(LegLengthAndHipOffset, FromTheFirstOfTheLongestFeet) {
 // A real capture's skeleton in its bind pose (offsets only): every rest measure follows
 // from the file's joint offsets.
 TEST_F(RigTest, RestDataOfAnImportedCapture) {
-  const char* source = std::getenv("KAVOR_SOURCE_DIR");
-  const std::filesystem::path bvh =
-      source ? std::filesystem::path(source) / ".." / "shared" / "data" / "bvh" / "cmu_02_01.bvh"
-             : std::filesystem::path();
-  if (bvh.empty() || !std::filesystem::exists(bvh))
-    GTEST_SKIP() << "the shared capture is not there";
+  const std::filesystem::path bvh = capturetest::SharedCapture("cmu_02_01.bvh");
+  if (bvh.empty()) GTEST_SKIP() << "the shared capture is not there";
   std::map<std::string, CVector3> offsets;  // joint -> OFFSET, straight from the text
   {
     std::ifstream in(bvh);
@@ -168,11 +160,7 @@ TEST_F(RigTest, RestDataOfAnImportedCapture) {
     }
   }
   ASSERT_EQ(offsets.count("LeftFoot"), 1u);
-  KRX::CValue name;
-  ASSERT_EQ(KRX::Application().ExecuteCommand(
-                L"ImportBVH", {KRX::CValue(ToWide(bvh.string())), KRX::CValue(L"Walker")}, name),
-            KRX::CStatus::OK);
-  KRX::Model rig(KRX::Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false));
+  const KRX::Model rig = capturetest::ImportCapture(bvh, L"Walker");
   ASSERT_TRUE(rig.IsValid());
   for (KRX::X3DObject joint : rig.FindChildren()) {
     KRX::KinematicState local = joint.GetKinematics().GetLocal();

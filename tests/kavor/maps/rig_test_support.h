@@ -42,13 +42,17 @@ inline std::unique_ptr<ModelStructure> MakeStructure() {
   return std::move(parsed.structure);
 }
 
-inline KRX::X3DObject AddNullAt(KRX::X3DObject parent, const char* name, double x, double y,
-                                double z) {
-  KRX::X3DObject object = parent.AddNull(ToWide(name));
+// Puts the object at (x, y, z) in world space, unturned and unscaled.
+inline KRX::X3DObject PlaceAt(KRX::X3DObject object, double x, double y, double z) {
   KRX::MATH::CTransformation t;
   t.SetTranslationFromValues(x, y, z);
   object.GetKinematics().GetGlobal().PutTransform(t);
   return object;
+}
+
+inline KRX::X3DObject AddNullAt(KRX::X3DObject parent, const char* name, double x, double y,
+                                double z) {
+  return PlaceAt(parent.AddNull(ToWide(name)), x, y, z);
 }
 
 // The rig in the structure's rest pose, scaled by `scale`: hips at height 10, the hip
