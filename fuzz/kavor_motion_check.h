@@ -68,8 +68,8 @@ inline void CheckMotion(const KavorMotion& motion) {
 inline bool SameTransform(const KRX::MATH::CTransformation& a,
                           const KRX::MATH::CTransformation& b) {
   const KRX::MATH::CQuaternion p = a.GetRotationQuaternion(), q = b.GetRotationQuaternion();
-  return a.GetTranslation() == b.GetTranslation() && p.GetW() == q.GetW() &&
-         p.GetX() == q.GetX() && p.GetY() == q.GetY() && p.GetZ() == q.GetZ();
+  return a.GetTranslation() == b.GetTranslation() && p.GetW() == q.GetW() && p.GetX() == q.GetX() &&
+         p.GetY() == q.GetY() && p.GetZ() == q.GetZ();
 }
 
 // True when two motions read from the same bytes hold the same values.

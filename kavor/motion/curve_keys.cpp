@@ -78,15 +78,13 @@ std::vector<ObjectCurveKeys> GatherCurveKeys(const RetargetModel& source, int32_
     if (!anchor.IsValid() || !anchor.IsA(KRX::ClassID::ChainBone)) continue;
     const KRX::X3DObject reference = KRX::ChainBone(anchor.GetRef()).GetUpVectorReference();
     if (!reference.IsValid() || IsConstrained(reference)) continue;
-    records.push_back(
-        ObjectKeys(reference, plane.name + std::string(kUpVectorRecordSuffix), first, last,
-                   on_first));
+    records.push_back(ObjectKeys(reference, plane.name + std::string(kUpVectorRecordSuffix), first,
+                                 last, on_first));
   }
   return records;
 }
 
-void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end,
-                      KeyOnFirstFrame on_first) {
+void CollectCurveKeys(RetargetModel& source, int32_t start, int32_t end, KeyOnFirstFrame on_first) {
   source.curves.clear();
   for (ObjectCurveKeys& keys : GatherCurveKeys(source, start, end, on_first)) {
     source.curves.push_back(std::move(keys.record));

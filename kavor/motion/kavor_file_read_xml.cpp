@@ -8,8 +8,6 @@
 // elements, records, keys or bones really follow) decide at its end which of the errors
 // collected inside it stand. A file whose sections are out of that order is read again,
 // one section per pass, so that every section sees the errors of the ones before it.
-#include <xercesc/sax2/Attributes.hpp>
-
 #include <array>
 #include <climits>
 #include <cmath>
@@ -17,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <xercesc/sax2/Attributes.hpp>
 
 #include "kavor/host/host.h"
 #include "kavor/io/messages.h"
@@ -46,7 +45,7 @@ constexpr std::array<std::u16string_view, kSectionCount> kSectionNames = {
     u"HEADER", u"NODES", u"PLANES", u"POSE_VALUES", u"FCURVE_KEYS"};
 // The HEADER elements read.
 constexpr std::array<std::u16string_view, 7> kHeaderFields = {
-    u"VERSION", u"numNodes", u"AnimationLength", u"legLength",
+    u"VERSION",   u"numNodes",  u"AnimationLength", u"legLength",
     u"hipOffset", u"numPlanes", u"structure_type"};
 enum HeaderField { kVersion, kNumNodes, kFrames, kLegLength, kHipOffset, kNumPlanes, kType };
 
@@ -330,8 +329,7 @@ bool MotionReader::CanRead(Section section) {
   return in_order && header_ok_;
 }
 
-void MotionReader::StartElement(std::u16string_view name, const Attributes& attributes,
-                                int depth) {
+void MotionReader::StartElement(std::u16string_view name, const Attributes& attributes, int depth) {
   depth_ = depth;
   const Element element{name, attributes};
   if (depth == 1) {
@@ -430,7 +428,8 @@ void MotionReader::EndSection() {
   if (*active_ == kPoses) EndPoses();
   if (*active_ == kCurves) EndCurves();
   if (*active_ == kNodes && items_ < motion_.structure->NumNodes()) {
-    errors_[kNodes].push_back(L"NODES holds " + CountText(items_) + L" NODE elements for numNodes " +
+    errors_[kNodes].push_back(L"NODES holds " + CountText(items_) +
+                              L" NODE elements for numNodes " +
                               CountText(motion_.structure->NumNodes()));
   }
   if (*active_ == kPlanes && items_ < motion_.structure->NumPlanes()) {
@@ -476,7 +475,8 @@ void MotionReader::ReadHeader() {
   };
   const auto read_integer = [&](HeaderField field, int64_t* out) {
     CString text;
-    if (read_text(field, &text)) ParseInteger(errors, text, label(field), INT32_MIN, INT32_MAX, out);
+    if (read_text(field, &text))
+      ParseInteger(errors, text, label(field), INT32_MIN, INT32_MAX, out);
   };
   const auto read_number = [&](HeaderField field, double* out) {
     CString text;
@@ -560,8 +560,8 @@ void MotionReader::EndPlane() {
   in_plane_ = false;
   Errors& errors = errors_[kPlanes];
   if (bones_ > bones_seen_) {
-    errors.push_back(AttributeLabel(item_name_, L"numbones") + L" is " + CountText(bones_) + L" but only " + CountText(bones_seen_) +
-                     L" bones follow");
+    errors.push_back(AttributeLabel(item_name_, L"numbones") + L" is " + CountText(bones_) +
+                     L" but only " + CountText(bones_seen_) + L" bones follow");
   }
   errors.insert(errors.end(), item_errors_.begin(), item_errors_.end());
 }
@@ -578,8 +578,8 @@ void MotionReader::StartPoses() {
   count_only_ = frames * model.NumNodes() > kMaxMotionPoses;
   if (count_only_) return;
   model.poses.reserve(static_cast<size_t>(frames * model.NumNodes()));
-  progress_ = std::make_unique<ScopedProgressBar>(L"Parsing Kavor File ...",
-                                                  static_cast<int>(frames));
+  progress_ =
+      std::make_unique<ScopedProgressBar>(L"Parsing Kavor File ...", static_cast<int>(frames));
 }
 
 void MotionReader::StartPose() {
@@ -717,7 +717,8 @@ void MotionReader::EndCurve() {
   in_curve_ = false;
   Errors& errors = errors_[kCurves];
   if (keys_ > keys_seen_) {
-    errors.push_back(AttributeLabel(curve_name_, L"numkeys") + L" is " + CountText(keys_) + L" but only " + CountText(keys_seen_) + L" keys follow");
+    errors.push_back(AttributeLabel(curve_name_, L"numkeys") + L" is " + CountText(keys_) +
+                     L" but only " + CountText(keys_seen_) + L" keys follow");
   }
   errors.insert(errors.end(), item_errors_.begin(), item_errors_.end());
 }

@@ -161,8 +161,7 @@ struct UnsupportedVersion {};
 class DeclarationCheck : public xercesc::XMLDocumentHandler {
  public:
   explicit DeclarationCheck(xercesc::XMLDocumentHandler* next) : next_(next) {}
-  void docCharacters(const XMLCh* const chars, const XMLSize_t length,
-                     const bool cdata) override {
+  void docCharacters(const XMLCh* const chars, const XMLSize_t length, const bool cdata) override {
     next_->docCharacters(chars, length, cdata);
   }
   void docComment(const XMLCh* const comment) override { next_->docComment(comment); }
@@ -299,8 +298,7 @@ std::vector<CString> XmlStreamInput::Read(XmlStreamEvents& events) const {
     }
     if (forwarder.TooDeep()) {
       errors.push_back(L"Parsing " + path_ + L" error count: 1");
-      errors.push_back(L"elements are nested deeper than " + CountText(kMaxXmlDepth) +
-                       L" levels");
+      errors.push_back(L"elements are nested deeper than " + CountText(kMaxXmlDepth) + L" levels");
     }
   } catch (const UnsupportedVersion&) {
     const xercesc::DOMException refusal(xercesc::DOMException::NOT_SUPPORTED_ERR, 0);

@@ -88,9 +88,8 @@ bool ParseTransformAscii(std::string_view narrow, KRX::MATH::CTransformation* ou
   size_t start = 0;
   while (true) {
     const size_t comma = narrow.find(',', start);
-    const std::string_view field =
-        narrow.substr(start, comma == std::string_view::npos ? std::string_view::npos
-                                                             : comma - start);
+    const std::string_view field = narrow.substr(
+        start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
     if (count == values.size() || !ParseNumber(field, &values[count])) return false;
     ++count;
     if (comma == std::string_view::npos) break;

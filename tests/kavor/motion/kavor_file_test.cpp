@@ -5,20 +5,20 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "kavor/io/io_test_support.h"
-#include "kavor/motion/capture_rig_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/model_map.h"
 #include "kavor/maps/rig_test_support.h"
+#include "kavor/motion/capture_rig_support.h"
 #include "kavor/motion/play_control.h"
 #include "kavor/motion/save_kavor_motion.h"
 #include "kavor/tagging/tag_flows.h"
@@ -195,7 +195,8 @@ TEST_F(KavorFileTest, RigMotionRoundTrip) {
   const auto planes = [](const ModelStructure& structure) {
     std::string text;
     for (const StructurePlane& p : structure.planes) {
-      text += p.name + ::testing::PrintToString(std::vector<int32_t>{p.span, p.mid, p.anchor_index}) +
+      text += p.name +
+              ::testing::PrintToString(std::vector<int32_t>{p.span, p.mid, p.anchor_index}) +
               ::testing::PrintToString(p.chain);
     }
     return text;
@@ -354,7 +355,8 @@ TEST_F(KavorFileTest, WhatCannotBeSaved) {
     rt::ClearLog();
     EXPECT_FALSE(WriteKavorFile(file_motion, path_, 1, 2));
     ASSERT_EQ(rt::LogLines().size(), 1u);
-    EXPECT_EQ(rt::LogLines()[0].text, KRX::CString(L"Normalized motion must originate from a rig."));
+    EXPECT_EQ(rt::LogLines()[0].text,
+              KRX::CString(L"Normalized motion must originate from a rig."));
     EXPECT_EQ(rt::LogLines()[0].severity, KRX::kSeverityWarning);
     RetargetModel rig(rig_.model, structure_.get());
     EXPECT_FALSE(WriteKavorFile(rig, path_, 5, 4));
@@ -639,15 +641,17 @@ TEST(KavorXml, EveryMessage) {
         "DOMElement : <NODES> not found under : ROOT",
         "DOMElement : <PLANES> not found under : ROOT"};
     std::vector<std::string> errors = header;
-    errors.push_back("16385 frames of 512 nodes are more than a motion file may hold: the motion "
-                     "is not read");
+    errors.push_back(
+        "16385 frames of 512 nodes are more than a motion file may hold: the motion "
+        "is not read");
     bool read = true;
     EXPECT_EQ(ReadShowing(poses(16385), &read), Report(errors));
     EXPECT_FALSE(read);
     // ...and read as far as they go when fewer are there.
     errors = header;
-    errors.push_back("AnimationLength 16385 is more than the 2 POSE elements present; those are "
-                     "read");
+    errors.push_back(
+        "AnimationLength 16385 is more than the 2 POSE elements present; those are "
+        "read");
     errors.push_back("POSE 0 holds 0 NODE elements for numNodes 512");
     errors.push_back("POSE 1 holds 0 NODE elements for numNodes 512");
     KavorMotion motion;
@@ -750,9 +754,10 @@ TEST(KavorXml, ErrorLimit) {
 
 // The sections are read in one order whatever order the file holds them in.
 TEST(KavorXml, SectionsInAnyOrder) {
-  const std::string canonical =
-      XmlMotion({{" length=\"2\"", ""}, {"boneindex=\"1\"", "boneindex=\"9\""},
-                 {"global=\"1,0,0,0,5,0,0\"", "global=\"1\""}, {"keytime=\"0\"", "keytime=\"\""}});
+  const std::string canonical = XmlMotion({{" length=\"2\"", ""},
+                                           {"boneindex=\"1\"", "boneindex=\"9\""},
+                                           {"global=\"1,0,0,0,5,0,0\"", "global=\"1\""},
+                                           {"keytime=\"0\"", "keytime=\"\""}});
   std::vector<std::string> sections;
   for (const char* name : {"<HEADER>", "<NODES>", "<PLANES>", "<POSE_VALUES>", "<FCURVE_KEYS"}) {
     const size_t begin = canonical.find(name);
