@@ -46,16 +46,14 @@ TEST_F(RigTest, RigPoseRebuildsAProperRotationFromTheTaggedAxes) {
     CVector3 align, roll;
     CQuaternion expected;
   };
-  const Variant variants[] = {
-      // X and Y kept, Z = X x Y = (0,0,-1): a half turn about (1,-1,0).
-      {{1, 0, 0}, {0, 1, 0}, {0, kHalf, -kHalf, 0}},
-      // Y and Z kept, X = Y x Z = (0,1,0): the quarter turn about +Z the object carries.
-      {{0, 1, 0}, {0, 0, 1}, {kHalf, 0, 0, kHalf}},
-      // X and Z kept, Y = Z x X = (1,0,0): a quarter turn the other way.
-      {{1, 0, 0}, {0, 0, 1}, {kHalf, 0, 0, -kHalf}},
-      // Components compare signed: (0,0,-1) marks X (ties go to X), as in the first case.
-      {{0, 0, -1}, {0, 1, 0}, {0, kHalf, -kHalf, 0}},
-  };
+  // Two axes kept, the third their cross product: X and Y kept give Z = (0,0,-1), a half turn
+  // about (1,-1,0); Y and Z kept give X = (0,1,0), the quarter turn about +Z the object
+  // carries; X and Z kept give Y = (1,0,0), a quarter turn the other way. Components compare
+  // signed: (0,0,-1) marks X (ties go to X), as in the first case.
+  const Variant variants[] = {{{1, 0, 0}, {0, 1, 0}, {0, kHalf, -kHalf, 0}},
+                              {{0, 1, 0}, {0, 0, 1}, {kHalf, 0, 0, kHalf}},
+                              {{1, 0, 0}, {0, 0, 1}, {kHalf, 0, 0, -kHalf}},
+                              {{0, 0, -1}, {0, 1, 0}, {0, kHalf, -kHalf, 0}}};
   for (const Variant& v : variants) {
     model.Node(hip).align = v.align;
     model.Node(hip).roll = v.roll;
@@ -93,15 +91,12 @@ TEST(CapturePose, JointsPoseFromTheTruncatedFrame) {
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   MocapSkeleton skeleton;
   skeleton.joints.resize(3);
-  MocapJoint& root = skeleton.joints[0];
-  MocapJoint& spine = skeleton.joints[1];
-  MocapJoint& loose = skeleton.joints[2];  // tagged as no node: ignored
+  MocapJoint &root = skeleton.joints[0], &spine = skeleton.joints[1];
   root.name = root.node_name = "Hips";
   spine.name = "Back";
   spine.node_name = "Spine";
   spine.parent = 0;
-  loose.name = "Prop";
-  loose.node_name = "NoSuchNode";
+  skeleton.joints[2].node_name = "NoSuchNode";  // tagged as no node: ignored
   // Frame 1: the root at (1,0,0) a quarter turn about +Z (stored at twice unit length);
   // frames 0 and 2 elsewhere, so that rounding or an off-by-one shows.
   const CQuaternion quarter(2 * kHalf, 0, 0, 2 * kHalf);
