@@ -51,7 +51,6 @@ enum HeaderField { kVersion, kNumNodes, kFrames, kLegLength, kHipOffset, kNumPla
 
 using Errors = std::vector<CString>;
 
-CString CountText(int64_t value) { return CString(std::to_string(value)); }
 CString Text(std::u16string_view text) { return FromXmlText(std::u16string(text).c_str()); }
 
 CString Quoted(const CString& text) {

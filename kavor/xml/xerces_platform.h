@@ -5,6 +5,10 @@
 
 namespace kavor {
 
+// Every parser set-up refuses document types, so no entity can be declared; this limit
+// still bounds entity expansion should that ever change.
+inline constexpr unsigned long kXmlEntityExpansionLimit = 1000;
+
 // Initialises the Xerces platform on construction and terminates it on destruction.
 // Xerces counts these calls, so guards nest: the platform stays up while any guard lives,
 // and documents may be opened inside one another. Every Xerces object made under a guard

@@ -29,12 +29,6 @@ namespace {
 
 using KRX::CString;
 
-// With document types refused no entity can be declared; the limit still bounds entity
-// expansion should that ever change.
-constexpr XMLSize_t kEntityExpansionLimit = 1000;
-
-CString CountText(unsigned long long n) { return CString(std::to_string(n)); }
-
 // Keeps the first error the parser reports, with its place in the file.
 class FirstErrorHandler : public xercesc::ErrorHandler {
  public:
@@ -159,7 +153,7 @@ void XmlDocument::Parse(std::string_view bytes) {
     // The handler and the security manager outlive the parser that points at them.
     FirstErrorHandler handler;
     xercesc::SecurityManager security;
-    security.setEntityExpansionLimit(kEntityExpansionLimit);
+    security.setEntityExpansionLimit(kXmlEntityExpansionLimit);
     UntrustedInputParser parser;
     parser.setValidationScheme(xercesc::XercesDOMParser::Val_Auto);
     parser.setDoNamespaces(false);

@@ -33,12 +33,6 @@ namespace {
 
 using KRX::CString;
 
-// As the document reader: with document types refused no entity can be declared; the
-// limit still bounds entity expansion should that ever change.
-constexpr XMLSize_t kEntityExpansionLimit = 1000;
-
-CString CountText(unsigned long long n) { return CString(std::to_string(n)); }
-
 // The scanner behind a SAX2 reader, reached through the validator that the scanner
 // registers itself with: the setting that refuses document type declarations is the
 // scanner's alone. Naming the validator's protected accessor through a class derived from
@@ -255,7 +249,7 @@ std::vector<CString> XmlStreamInput::Read(XmlStreamEvents& events) const {
     // The handler and the security manager outlive the reader that points at them.
     Forwarder forwarder(events);
     xercesc::SecurityManager security;
-    security.setEntityExpansionLimit(kEntityExpansionLimit);
+    security.setEntityExpansionLimit(kXmlEntityExpansionLimit);
     std::unique_ptr<xercesc::SAX2XMLReader, DeleteReader> reader(
         xercesc::XMLReaderFactory::createXMLReader());
     // Validation when a grammar is given (none can be), no namespaces, no schema, nothing

@@ -57,4 +57,6 @@ KRX::CString FromXmlText(const XMLCh* text) {
   return KRX::CString(std::move(out));
 }
 
+KRX::CString CountText(long long n) { return KRX::CString(std::to_string(n)); }
+
 }  // namespace kavor

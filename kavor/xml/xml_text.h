@@ -21,4 +21,7 @@ std::u16string ToXmlText(const KRX::CString& text);
 // '?'.
 KRX::CString FromXmlText(const XMLCh* text);
 
+// A count or line number as decimal host text, for messages.
+KRX::CString CountText(long long n);
+
 }  // namespace kavor
