@@ -18,9 +18,15 @@ struct RunResult {
   std::string output;  // stdout and stderr together
 };
 
+// The build folder: KAVOR_BUILD_DIR, or the folder of this test program, which is built
+// beside krx.
 fs::path BuildDirectory() {
-  const char* dir = std::getenv("KAVOR_BUILD_DIR");
-  return dir != nullptr ? fs::path(dir) : fs::path();
+  if (const char* dir = std::getenv("KAVOR_BUILD_DIR"); dir != nullptr && dir[0] != '\0') {
+    return fs::path(dir);
+  }
+  std::error_code ec;
+  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+  return ec ? fs::path() : self.parent_path();
 }
 
 RunResult RunKrx(const std::string& arguments) {

@@ -20,7 +20,7 @@ using KRX::CString;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
-void ExpectNear(const CVector3& got, const CVector3& want) {
+void ExpectSamePoint(const CVector3& got, const CVector3& want) {
   EXPECT_LT((got - want).GetLength(), 1e-8) << got.GetX() << " " << got.GetY() << " " << got.GetZ();
 }
 
@@ -52,7 +52,7 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
     return NeutralPose(object);
   };
   // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
-  ExpectNear(pose({{L"nsclx", 2},
+  ExpectSamePoint(pose({{L"nsclx", 2},
                    {L"nscly", 2},
                    {L"nsclz", 2},
                    {L"nrotz", 90},
@@ -63,7 +63,7 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
              CVector3(1, 4, 3));
   // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
   // (0, 0, 1) in the order ZYX.
-  ExpectNear(pose({{L"nsclx", 1},
+  ExpectSamePoint(pose({{L"nsclx", 1},
                    {L"nscly", 1},
                    {L"nsclz", 1},
                    {L"nposx", 0},
@@ -74,8 +74,8 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
                    {L"nroty", 90}})
                  .MapPoint(CVector3(0, 1, 0)),
              CVector3(1, 0, 0));
-  ExpectNear(pose({{L"rotorder", 5}}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
-  ExpectNear(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
+  ExpectSamePoint(pose({{L"rotorder", 5}}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
+  ExpectSamePoint(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
 }
 
 // The line starts and stays between the two objects, in its parent's space: its operator
@@ -93,8 +93,8 @@ TEST_F(SceneHelpersTest, ConnectionLineIsWiredToBothObjects) {
   const CTransformation line_global = curve.GetKinematics().GetGlobal().GetTransform();
   const std::vector<CVector3> points = curve.GetCurvePoints();
   ASSERT_EQ(points.size(), 2u);
-  ExpectNear(line_global.MapPoint(points[0]), CVector3(7, 7, 7));
-  ExpectNear(line_global.MapPoint(points[1]), CVector3(-4, 5, 6));
+  ExpectSamePoint(line_global.MapPoint(points[0]), CVector3(7, 7, 7));
+  ExpectSamePoint(line_global.MapPoint(points[1]), CVector3(-4, 5, 6));
 
   const auto item = curve.GetRef().Lock();
   ASSERT_TRUE(item);

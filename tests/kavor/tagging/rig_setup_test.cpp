@@ -18,7 +18,7 @@ namespace ct = capturetest;
 using KRX::MATH::CVector3;
 
 // Structure node -> joint of the motion-capture library's skeleton.
-const std::map<std::string, std::string> kJointOfNode = {{"Hips", "Hips"},
+const std::map<std::string, std::string> kCaptureJointOfNode = {{"Hips", "Hips"},
                                                          {"Spine", "LowerBack"},
                                                          {"Spine1", "Spine"},
                                                          {"Spine2", "Spine1"},
@@ -81,7 +81,7 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
   std::unique_ptr<ModelStructure> structure = ParseStructure(L"BvhCmu");
   ASSERT_TRUE(structure);
   std::vector<TemplateTag> tags;
-  for (const auto& [node, joint] : kJointOfNode) {
+  for (const auto& [node, joint] : kCaptureJointOfNode) {
     ASSERT_NE(FindGroupNode(*structure, node), nullptr) << node;
     TemplateTag tag;
     tag.tag_name = node;
@@ -132,7 +132,7 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
   for (int32_t i = 0; i < retarget.NumNodes(); ++i) {
     const NodeMapEntry& node = retarget.Node(i);
     const std::string& node_name = stored->nodes[static_cast<size_t>(i)].name;
-    EXPECT_EQ(node.object.IsValid(), kJointOfNode.count(node_name) == 1) << node_name;
+    EXPECT_EQ(node.object.IsValid(), kCaptureJointOfNode.count(node_name) == 1) << node_name;
     if (!node.object.IsValid()) continue;
     EXPECT_TRUE(node.rest_rotation.GetRotationQuaternion()
                     .Rotate(node.align)
@@ -143,7 +143,7 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
   ASSERT_TRUE(glue);
   EXPECT_FALSE(glue->mocaps.empty());
   for (const GlueMocapEntry& entry : glue->mocaps) {
-    EXPECT_EQ(kJointOfNode.at(entry.tag_obj), entry.rig_node_name);
+    EXPECT_EQ(kCaptureJointOfNode.at(entry.tag_obj), entry.rig_node_name);
   }
   KRX::rt::ResetScene();
 }
