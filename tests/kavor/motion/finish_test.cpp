@@ -94,16 +94,23 @@ bool AllFinite(const NormalizedMotion& motion) {
 }
 
 TEST(Finish, FootCountChoosesThePath) {
-  // Two feet: source heights scaled by the leg ratio, source paths turned into steps. (More
-  // feet take the limb-end paths; the four-legged capture flow covers that.)
-  Character s(kBiped, 3);
-  s.target->leg_length = 2.0;
-  s.Fill(0, 3, {0.5, 0.75, 1}, {3, 3, 3}, 1);
-  Finish(*s.motion);
-  EXPECT_NEAR(s.At(3, 0).GetY(), 1.0, 1e-12);
-  EXPECT_NEAR(s.At(3, 2).GetY(), 2.0, 1e-12);
-  EXPECT_TRUE(s.Path(0, 1).Equals(CVector3(0, 0.25, 0), 1e-12));
-  EXPECT_EQ(s.motion->limb_heights[1], 0.0);
+  {  // Two feet: source heights scaled by the leg ratio, source paths turned into steps.
+    Character s(kBiped, 3);
+    s.target->leg_length = 2.0;
+    s.Fill(0, 3, {0.5, 0.75, 1}, {3, 3, 3}, 1);
+    Finish(*s.motion);
+    EXPECT_NEAR(s.At(3, 0).GetY(), 1.0, 1e-12);
+    EXPECT_NEAR(s.At(3, 2).GetY(), 2.0, 1e-12);
+    EXPECT_TRUE(s.Path(0, 1).Equals(CVector3(0, 0.25, 0), 1e-12));
+    EXPECT_EQ(s.motion->limb_heights[1], 0.0);
+  }
+  {  // Three feet: limb heights measured, source paths left as positions.
+    Character s(kQuadruped, 3);
+    s.Fill(1, 8, {0, 0, 0.5}, {-0.5, -0.5, -0.5}, 1);
+    Finish(*s.motion);
+    EXPECT_NEAR(s.motion->limb_heights[1], 0.5, 1e-12);
+    EXPECT_TRUE(s.Path(1, 2).Equals(CVector3(0, 0.5, 0)));
+  }
 }
 
 TEST(ProcessContacts, TargetFollowsThePlantedSourceFoot) {
