@@ -43,7 +43,7 @@ class CommandCall {
   void ExpectKind(size_t index, ArgumentKind kind) const;
 
   KRX::CRef& context_;
-  const CommandSpec& spec_;
+  [[maybe_unused]] const CommandSpec& spec_;  // read by the debug-build kind check
   KRX::CValueArray arguments_;
 };
 

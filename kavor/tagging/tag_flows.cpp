@@ -24,8 +24,6 @@ namespace kavor {
 
 namespace {
 
-constexpr int kCapNotKeyable = 2048;
-
 std::string PageText(const KRX::CustomProperty& page, const wchar_t* name) {
   return ToNarrow(page.GetParameterValue(name).GetString());
 }

@@ -1,13 +1,13 @@
 // The tag page's definition: its four fixed parameters. The layout is built when the page
 // opens or its structure changes.
 #include "kavor/tagging/tag_flows.h"
+#include "kavor/tagging/tags.h"
 #include "krx/krx.h"
 
 namespace kavor {
 
 void DefineTagPageParameters(KRX::CustomProperty& page) {
   constexpr int kCapabilities = 4;
-  constexpr int kCapNotKeyable = 2048;
   page.AddParameter(L"StructureTag", KRX::ValueType::Int, kCapabilities, L"", L"", KRX::CValue(0),
                     KRX::CValue(0), KRX::CValue(2000), KRX::CValue(0), KRX::CValue(2000));
   page.AddParameter(L"StructureFile", KRX::ValueType::String, kCapabilities, L"", L"",

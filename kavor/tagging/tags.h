@@ -26,6 +26,8 @@ inline constexpr const wchar_t* kExtractionTagProperty = L"ZRKExtractionTag";
 // The tag page's node parameters follow its four fixed ones (StructureTag, StructureFile,
 // TemplateFile, dirty).
 inline constexpr size_t kFirstNodeParameter = 4;
+// The host's "not keyable" capability flag, which the tag page's parameters clear.
+inline constexpr int kCapNotKeyable = 2048;
 
 // The structure's directions for `node_name` (its group entry) expressed in the object's
 // local frame, negated when the object is mirrored (negative x scale). Leaves `align` and
