@@ -10,16 +10,16 @@ namespace kavor {
 
 namespace {
 
-KRX::CString CheckMessage(const CommandSpec& spec, const char* verb, const char* words) {
-  return KRX::CString(spec.name) + " command " + verb + " " + words;
+KRX::CString CheckMessage(const CommandRow& row, const char* verb, const char* words) {
+  return KRX::CString(row.name) + " command " + verb + " " + words;
 }
 
-KRX::CString MissingMessage(const CommandSpec& spec, const ArgumentSpec& argument) {
-  return CheckMessage(spec, "missing", argument.missing);
+KRX::CString MissingMessage(const CommandRow& row, const ArgumentRow& argument) {
+  return CheckMessage(row, "missing", argument.missing);
 }
 
-KRX::CString InvalidMessage(const CommandSpec& spec, const ArgumentSpec& argument) {
-  return CheckMessage(spec, "invalid",
+KRX::CString InvalidMessage(const CommandRow& row, const ArgumentRow& argument) {
+  return CheckMessage(row, "invalid",
                       argument.invalid != nullptr ? argument.invalid : argument.missing);
 }
 
@@ -42,20 +42,20 @@ bool IsInvalid(const CommandCall& call, size_t index, ArgumentCheck check) {
 
 // The message of the first check that fails, in the row's order; empty when all hold.
 // Arguments after a failed check are not read.
-KRX::CString FirstFailedCheck(const CommandSpec& spec, const CommandCall& call) {
-  const size_t count = spec.ArgumentCount();
-  const bool validity_later = spec.order == CheckOrder::kPresenceFirst;
+KRX::CString FirstFailedCheck(const CommandRow& row, const CommandCall& call) {
+  const size_t count = row.ArgumentCount();
+  const bool validity_later = row.order == CheckOrder::kPresenceFirst;
   for (size_t i = 0; i < count; ++i) {
-    const ArgumentSpec& argument = spec.arguments[i];
-    if (IsMissing(call, i, argument.check)) return MissingMessage(spec, argument);
+    const ArgumentRow& argument = row.arguments[i];
+    if (IsMissing(call, i, argument.check)) return MissingMessage(row, argument);
     if (!validity_later && IsInvalid(call, i, argument.check)) {
-      return InvalidMessage(spec, argument);
+      return InvalidMessage(row, argument);
     }
   }
   if (validity_later) {
     for (size_t i = 0; i < count; ++i) {
-      const ArgumentSpec& argument = spec.arguments[i];
-      if (IsInvalid(call, i, argument.check)) return InvalidMessage(spec, argument);
+      const ArgumentRow& argument = row.arguments[i];
+      if (IsInvalid(call, i, argument.check)) return InvalidMessage(row, argument);
     }
   }
   return KRX::CString();
@@ -67,8 +67,8 @@ void StoreReturnValue(KRX::CRef& context, const KRX::CValue& value) {
 
 }  // namespace
 
-CommandCall::CommandCall(KRX::CRef& context, const CommandSpec& spec)
-    : context_(context), spec_(spec) {
+CommandCall::CommandCall(KRX::CRef& context, const CommandRow& row)
+    : context_(context), row_(row) {
   const KRX::CValue arguments = KRX::Context(context_).GetAttribute(L"Arguments");
   if (arguments.GetType() == KRX::ValueType::Array) arguments_ = arguments.GetArray();
 }
@@ -79,7 +79,7 @@ bool CommandCall::Has(size_t index) const {
 
 void CommandCall::ExpectKind([[maybe_unused]] size_t index,
                              [[maybe_unused]] ArgumentKind kind) const {
-  assert(index < spec_.ArgumentCount() && spec_.arguments[index].kind == kind);
+  assert(index < row_.ArgumentCount() && row_.arguments[index].kind == kind);
 }
 
 KRX::Model CommandCall::ModelAt(size_t index) const {
@@ -117,14 +117,14 @@ KRX::CString CommandCall::TextOr(size_t index, const KRX::CString& fallback) con
 
 double CommandCall::TimeFrames() const { return KRX::OperatorContext(context_).GetTime(); }
 
-KRX::CStatus InitCommand(KRX::CRef& context, const CommandSpec& spec) {
+KRX::CStatus InitCommand(KRX::CRef& context, const CommandRow& row) {
   try {
     KRX::Command command(KRX::Context(context).GetSource());
-    command.EnableReturnValue(spec.returns != CommandReturn::kNone);
-    if (spec.flags != 0) command.SetFlag(spec.flags, true);
+    command.EnableReturnValue(row.returns != CommandReturn::kNone);
+    if (row.flags != 0) command.SetFlag(row.flags, true);
     KRX::ArgumentArray arguments = command.GetArguments();
-    for (size_t i = 0; i < spec.ArgumentCount(); ++i) {
-      arguments.Add(spec.arguments[i].name, KRX::CValue());
+    for (size_t i = 0; i < row.ArgumentCount(); ++i) {
+      arguments.Add(row.arguments[i].name, KRX::CValue());
     }
   } catch (const std::exception& e) {
     LogError(KRX::CString("Command initialisation failed: ") + KRX::CString(e.what()));
@@ -132,26 +132,26 @@ KRX::CStatus InitCommand(KRX::CRef& context, const CommandSpec& spec) {
   return KRX::CStatus::OK;
 }
 
-KRX::CStatus ExecuteCommand(KRX::CRef& context, const CommandSpec& spec) {
-  const bool stores_value = spec.returns == CommandReturn::kValue;
+KRX::CStatus ExecuteCommand(KRX::CRef& context, const CommandRow& row) {
+  const bool stores_value = row.returns == CommandReturn::kValue;
   // Nothing may leave the callback, not even from the reporting of a failure.
   try {
     std::optional<CommandCall> call;
     KRX::CString failure;
     try {
-      call.emplace(context, spec);
-      const KRX::CString failed_check = FirstFailedCheck(spec, *call);
+      call.emplace(context, row);
+      const KRX::CString failed_check = FirstFailedCheck(row, *call);
       if (!failed_check.IsEmpty()) {
         LogWarning(failed_check);
         if (stores_value) StoreReturnValue(context, false);
         return KRX::CStatus::OK;
       }
-      const KRX::CValue result = spec.hand_over(*call);
+      const KRX::CValue result = row.hand_over(*call);
       if (stores_value) StoreReturnValue(context, result);
     } catch (const std::exception& e) {
-      failure = KRX::CString(spec.name) + " command failed: " + KRX::CString(e.what());
+      failure = KRX::CString(row.name) + " command failed: " + KRX::CString(e.what());
     } catch (...) {
-      failure = KRX::CString(spec.name) + " command failed.";
+      failure = KRX::CString(row.name) + " command failed.";
     }
     if (!failure.IsEmpty()) {
       LogError(failure);

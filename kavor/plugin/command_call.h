@@ -18,7 +18,7 @@ namespace kavor {
 // The arguments of one run of a command, read by index in the kind its row gives.
 class CommandCall {
  public:
-  CommandCall(KRX::CRef& context, const CommandSpec& spec);
+  CommandCall(KRX::CRef& context, const CommandRow& row);
 
   // True when argument `index` was given: its value is not the empty value.
   bool Has(size_t index) const;
@@ -43,17 +43,17 @@ class CommandCall {
   void ExpectKind(size_t index, ArgumentKind kind) const;
 
   KRX::CRef& context_;
-  [[maybe_unused]] const CommandSpec& spec_;  // read by the debug-build kind check
+  [[maybe_unused]] const CommandRow& row_;  // read by the debug-build kind check
   KRX::CValueArray arguments_;
 };
 
 // The body of a command's _Init: takes the command from the context, declares its return
 // value (or not), sets its flags and adds its arguments by name, in order, each with an
 // empty default value.
-KRX::CStatus InitCommand(KRX::CRef& context, const CommandSpec& spec);
+KRX::CStatus InitCommand(KRX::CRef& context, const CommandRow& row);
 
 // The body of a command's _Execute: the checks in the row's order, then the hand-over.
 // Always returns success.
-KRX::CStatus ExecuteCommand(KRX::CRef& context, const CommandSpec& spec);
+KRX::CStatus ExecuteCommand(KRX::CRef& context, const CommandRow& row);
 
 }  // namespace kavor

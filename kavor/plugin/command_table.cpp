@@ -15,18 +15,18 @@ namespace {
 using Kind = ArgumentKind;
 
 // Argument rows. `words` follow "missing " (and "invalid " for a model) in the messages.
-constexpr ArgumentSpec ModelArgument(const char* name, const char* words,
+constexpr ArgumentRow ModelArgument(const char* name, const char* words,
                                      const char* invalid_words = nullptr) {
   return {name, Kind::kModel, ArgumentCheck::kValidModel, words, invalid_words};
 }
-constexpr ArgumentSpec RequiredArgument(const char* name, Kind kind, const char* words) {
+constexpr ArgumentRow RequiredArgument(const char* name, Kind kind, const char* words) {
   return {name, kind, ArgumentCheck::kPresent, words, nullptr};
 }
-constexpr ArgumentSpec OptionalArgument(const char* name, Kind kind) {
+constexpr ArgumentRow OptionalArgument(const char* name, Kind kind) {
   return {name, kind, ArgumentCheck::kOptional, nullptr, nullptr};
 }
 // Required once the argument before it was given, whatever that argument's value.
-constexpr ArgumentSpec RequiredAfterGivenArgument(const char* name, Kind kind, const char* words) {
+constexpr ArgumentRow RequiredAfterGivenArgument(const char* name, Kind kind, const char* words) {
   return {name, kind, ArgumentCheck::kPresentAfterGiven, words, nullptr};
 }
 
@@ -135,7 +135,7 @@ KRX::CValue LoadAdjustmentPreset(const CommandCall& call) {
 
 }  // namespace hand_over
 
-constexpr CommandSpec kCommands[] = {
+constexpr CommandRow kCommands[] = {
     {"Retarget",
      {ModelArgument("sourcemodel", "source model."),
       ModelArgument("targetmodel", "destination model."),
@@ -282,14 +282,14 @@ constexpr size_t CommandIndex(std::string_view name) {
 // for validity, and a check that depends on the argument before it has one.
 constexpr bool TableIsWellFormed() {
   for (size_t i = 0; i < kCommandCount; ++i) {
-    const CommandSpec& spec = kCommands[i];
-    if (CommandIndex(spec.name) != i || spec.hand_over == nullptr) return false;
-    const size_t count = spec.ArgumentCount();
+    const CommandRow& row = kCommands[i];
+    if (CommandIndex(row.name) != i || row.hand_over == nullptr) return false;
+    const size_t count = row.ArgumentCount();
     for (size_t a = count; a < kMaxCommandArguments; ++a) {
-      if (spec.arguments[a].missing != nullptr) return false;
+      if (row.arguments[a].missing != nullptr) return false;
     }
     for (size_t a = 0; a < count; ++a) {
-      const ArgumentSpec& argument = spec.arguments[a];
+      const ArgumentRow& argument = row.arguments[a];
       if ((argument.check != ArgumentCheck::kOptional) != (argument.missing != nullptr)) {
         return false;
       }
@@ -305,7 +305,7 @@ static_assert(TableIsWellFormed());
 
 }  // namespace
 
-std::span<const CommandSpec> CommandTable() { return kCommands; }
+std::span<const CommandRow> CommandTable() { return kCommands; }
 
 }  // namespace kavor
 

@@ -36,7 +36,7 @@ enum class ArgumentCheck {
   kPresentAfterGiven,  // missing is refused when the argument before it was given
 };
 
-struct ArgumentSpec {
+struct ArgumentRow {
   const char* name = nullptr;  // as declared in _Init; null ends the list
   ArgumentKind kind = ArgumentKind::kText;
   ArgumentCheck check = ArgumentCheck::kOptional;
@@ -63,9 +63,9 @@ using HandOver = KRX::CValue (*)(const CommandCall& call);
 
 inline constexpr size_t kMaxCommandArguments = 7;
 
-struct CommandSpec {
+struct CommandRow {
   const char* name;  // the registered name, which is also the script name
-  std::array<ArgumentSpec, kMaxCommandArguments> arguments;
+  std::array<ArgumentRow, kMaxCommandArguments> arguments;
   CommandReturn returns;
   HandOver hand_over;
   CheckOrder order = CheckOrder::kArgumentByArgument;
@@ -79,6 +79,6 @@ struct CommandSpec {
 };
 
 // Every command, in the order the plug-in registers them.
-std::span<const CommandSpec> CommandTable();
+std::span<const CommandRow> CommandTable();
 
 }  // namespace kavor

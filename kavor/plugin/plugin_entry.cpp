@@ -42,7 +42,7 @@ void RegisterEverything(KRX::PluginRegistrar& registrar) {
   registrar.PutName(kPluginName);
   registrar.PutVersion(kVersionMajor, kVersionMinor);
   // Each command is registered with its script name equal to its name, in table order.
-  for (const CommandSpec& command : CommandTable()) {
+  for (const CommandRow& command : CommandTable()) {
     registrar.RegisterCommand(command.name, command.name);
   }
   for (const wchar_t* property : kProperties) registrar.RegisterProperty(property);
