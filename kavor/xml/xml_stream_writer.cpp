@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <string>
-#include <type_traits>
 
+#include "kavor/xml/xml_text.h"
 #include "kavor/xml/xml_values.h"
 
 namespace kavor {
@@ -11,14 +11,6 @@ namespace {
 
 constexpr std::string_view kDeclaration =
     "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?>";
-
-// The characters XML 1.0 allows in a document (as ToXmlText keeps them).
-bool IsXmlChar(char32_t c) {
-  if (c == 0x9 || c == 0xA || c == 0xD) return true;
-  if (c >= 0x20 && c <= 0xD7FF) return true;
-  if (c >= 0xE000 && c <= 0xFFFD) return true;
-  return c >= 0x10000 && c <= 0x10FFFF;
-}
 
 void AppendUtf8(char32_t c, std::string& out) {
   if (c < 0x80) {
@@ -44,8 +36,7 @@ std::string Escaped(const KRX::CString& text, bool attribute) {
   const std::wstring& wide = text.GetWideString();
   out.reserve(wide.size());
   for (const wchar_t w : wide) {
-    // wchar_t is signed on some targets: go through its unsigned value.
-    const char32_t c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(w));
+    const char32_t c = XmlCodePoint(w);
     switch (c) {
       case U'&':
         out += "&amp;";
@@ -69,7 +60,7 @@ std::string Escaped(const KRX::CString& text, bool attribute) {
         out += attribute ? "&#xA;" : "\n";
         continue;
       default:
-        AppendUtf8(IsXmlChar(c) ? c : U'?', out);
+        AppendUtf8(c, out);
     }
   }
   return out;

@@ -8,11 +8,22 @@
 #pragma once
 
 #include <string>
+#include <type_traits>
 #include <xercesc/util/XercesDefs.hpp>
 
 #include "krx/value.h"
 
 namespace kavor {
+
+// A host character as the code point a document carries: characters XML 1.0 does not
+// allow become '?'.
+inline char32_t XmlCodePoint(wchar_t w) {
+  // wchar_t is signed on some targets: go through its unsigned value.
+  const char32_t c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(w));
+  const bool allowed = c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+                       (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
+  return allowed ? c : U'?';
+}
 
 // Host text as a NUL-terminated DOM string; c_str() gives the XMLCh pointer.
 std::u16string ToXmlText(const KRX::CString& text);
