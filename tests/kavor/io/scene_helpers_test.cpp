@@ -53,27 +53,27 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
   };
   // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
   ExpectSamePoint(pose({{L"nsclx", 2},
-                   {L"nscly", 2},
-                   {L"nsclz", 2},
-                   {L"nrotz", 90},
-                   {L"nposx", 1},
-                   {L"nposy", 2},
-                   {L"nposz", 3}})
-                 .MapPoint(CVector3(1, 0, 0)),
-             CVector3(1, 4, 3));
+                        {L"nscly", 2},
+                        {L"nsclz", 2},
+                        {L"nrotz", 90},
+                        {L"nposx", 1},
+                        {L"nposy", 2},
+                        {L"nposz", 3}})
+                      .MapPoint(CVector3(1, 0, 0)),
+                  CVector3(1, 4, 3));
   // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
   // (0, 0, 1) in the order ZYX.
   ExpectSamePoint(pose({{L"nsclx", 1},
-                   {L"nscly", 1},
-                   {L"nsclz", 1},
-                   {L"nposx", 0},
-                   {L"nposy", 0},
-                   {L"nposz", 0},
-                   {L"nrotz", 0},
-                   {L"nrotx", 90},
-                   {L"nroty", 90}})
-                 .MapPoint(CVector3(0, 1, 0)),
-             CVector3(1, 0, 0));
+                        {L"nscly", 1},
+                        {L"nsclz", 1},
+                        {L"nposx", 0},
+                        {L"nposy", 0},
+                        {L"nposz", 0},
+                        {L"nrotz", 0},
+                        {L"nrotx", 90},
+                        {L"nroty", 90}})
+                      .MapPoint(CVector3(0, 1, 0)),
+                  CVector3(1, 0, 0));
   ExpectSamePoint(pose({{L"rotorder", 5}}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
   ExpectSamePoint(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
 }
