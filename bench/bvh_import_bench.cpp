@@ -72,14 +72,16 @@ std::string SyntheticTake(size_t frames) {
   std::ostringstream out;
   out << "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition "
          "Zrotation Yrotation Xrotation\n";
-  for (int j = 1; j < 31; ++j) out << "JOINT J" << j << "\n{\n OFFSET 0 1.5 0.25\n CHANNELS 3 Zrotation Yrotation Xrotation\n";
+  for (int j = 1; j < 31; ++j)
+    out << "JOINT J" << j << "\n{\n OFFSET 0 1.5 0.25\n CHANNELS 3 Zrotation Yrotation Xrotation\n";
   out << "End Site\n{\n OFFSET 0 1 0\n}\n";
   for (int j = 0; j < 31; ++j) out << "}\n";
   out << "MOTION\nFrames: " << frames << "\nFrame Time: .0083333\n";
   char number[32];
   for (size_t f = 0; f < frames; ++f) {
     for (int c = 0; c < 96; ++c) {
-      std::snprintf(number, sizeof(number), "%.5f ", 40.0 * std::sin(0.01 * static_cast<double>(f) + c));
+      std::snprintf(number, sizeof(number), "%.5f ",
+                    40.0 * std::sin(0.01 * static_cast<double>(f) + c));
       out << number;
     }
     out << "\n";
@@ -138,7 +140,8 @@ Take WriteTake(size_t min_frames) {
 
 bool Import(const std::string& path) {
   KRX::CValue result;
-  KRX::Application().ExecuteCommand(L"ImportBVH", {KRX::CValue(path), KRX::CValue(L"Take")}, result);
+  KRX::Application().ExecuteCommand(L"ImportBVH", {KRX::CValue(path), KRX::CValue(L"Take")},
+                                    result);
   return result.GetType() == KRX::ValueType::String;
 }
 

@@ -60,7 +60,8 @@ void EvaluateCurve(benchmark::State& state, Interpolation interpolation) {
 void BM_EvaluateSampledLinear(benchmark::State& state) {
   const int key_count = static_cast<int>(state.range(0));
   std::vector<FCurveKeyData> keys = MakeCurve(key_count, Interpolation::Linear);
-  for (FCurveKeyData& key : keys) key = {.time = key.time, .value = key.value, .interpolation = key.interpolation};
+  for (FCurveKeyData& key : keys)
+    key = {.time = key.time, .value = key.value, .interpolation = key.interpolation};
   const KRX::rt::SampledCurve curve = KRX::rt::ToSampledCurve(keys);
   const std::vector<double> times = MakeSampleTimes(key_count);
   for (auto _ : state) {

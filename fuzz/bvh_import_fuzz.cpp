@@ -23,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const std::vector<double>& column : file->columns) {
     if (column.size() != file->frame_count) __builtin_trap();
   }
-  if (!(file->frame_time > 0.0 && file->frame_time <= KRX::rt::files::kMaxBvhFrameTime)) __builtin_trap();
+  if (!(file->frame_time > 0.0 && file->frame_time <= KRX::rt::files::kMaxBvhFrameTime))
+    __builtin_trap();
   if (file->joints.size() <= 64 && file->frame_count * file->channel_count <= 4096) {
     KRX::rt::ResetScene();
     KRX::rt::files::BuildBvhRig(std::move(*file), L"Fuzz");

@@ -40,7 +40,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   // The input block holds exactly the input, so a read past the end of the structure text
   // is caught when it is the last part.
-  auto lookup = [base](std::string_view) -> std::optional<std::string> { return std::string(base); };
+  auto lookup = [base](std::string_view) -> std::optional<std::string> {
+    return std::string(base);
+  };
   auto parse = [&](bool strict) {
     const kavor::StructureParseResult result =
         kavor::ParseStructureText(structure, "fuzz", lookup, kavor::StructureReadOptions{strict});

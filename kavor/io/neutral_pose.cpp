@@ -17,11 +17,10 @@ KRX::MATH::CTransformation NeutralPose(const KRX::X3DObject& object) {
   if (order < 0 || order > 5) order = 0;
 
   pose.SetScalingFromValues(read(L"nsclx", 1.0), read(L"nscly", 1.0), read(L"nsclz", 1.0));
-  pose.SetRotationFromXYZAngles(
-      KRX::MATH::CVector3(read(L"nrotx") * kNeutralPoseDegreesToRadians,
-                          read(L"nroty") * kNeutralPoseDegreesToRadians,
-                          read(L"nrotz") * kNeutralPoseDegreesToRadians),
-      static_cast<KRX::MATH::RotationOrder>(order));
+  pose.SetRotationFromXYZAngles(KRX::MATH::CVector3(read(L"nrotx") * kNeutralPoseDegreesToRadians,
+                                                    read(L"nroty") * kNeutralPoseDegreesToRadians,
+                                                    read(L"nrotz") * kNeutralPoseDegreesToRadians),
+                                static_cast<KRX::MATH::RotationOrder>(order));
   pose.SetTranslationFromValues(read(L"nposx"), read(L"nposy"), read(L"nposz"));
   return pose;
 }

@@ -12,8 +12,7 @@ namespace kavor {
 
 // The first property of `object`, in order, whose name equals `name` exactly. False (and
 // `out` untouched) when there is none. `out` may be null.
-bool FindPropertyByName(const KRX::SceneItem& object, const KRX::CString& name,
-                        KRX::Property* out);
+bool FindPropertyByName(const KRX::SceneItem& object, const KRX::CString& name, KRX::Property* out);
 
 // Runs "DeleteObj" on the object of that name; true when the command succeeded.
 bool DeleteByName(const KRX::CString& name);

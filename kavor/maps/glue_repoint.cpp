@@ -1,7 +1,7 @@
-#include "kavor/maps/frame_rotation.h"
-#include "kavor/maps/glue_map.h"
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
+#include "kavor/maps/frame_rotation.h"
+#include "kavor/maps/glue_map.h"
 
 namespace kavor {
 

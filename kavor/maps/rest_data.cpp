@@ -33,7 +33,8 @@ double Distance(const CVector3& a, const CVector3& b) { return (a - b).GetLength
 
 // Any unit vector perpendicular to `v` (a unit vector).
 CVector3 Perpendicular(const CVector3& v) {
-  CVector3 axis = std::fabs(v.GetX()) < 0.9 ? CVector3(1, 0, 0).Cross(v) : CVector3(0, 1, 0).Cross(v);
+  CVector3 axis =
+      std::fabs(v.GetX()) < 0.9 ? CVector3(1, 0, 0).Cross(v) : CVector3(0, 1, 0).Cross(v);
   axis.NormalizeInPlace();
   return axis;
 }
@@ -124,7 +125,8 @@ void ComputeRestRotations(RetargetModel& model) {
     node.rest_rotation = AlignPair(node.align, node.roll, z, y);
     node.rest_rotation_inverse = RigidInverse(node.rest_rotation);
     if (node.extraction) {
-      node.extraction->transform = RigidInverse(AlignPair(node.extraction->align, node.extraction->roll, z, y));
+      node.extraction->transform =
+          RigidInverse(AlignPair(node.extraction->align, node.extraction->roll, z, y));
     }
   }
 }
@@ -148,7 +150,8 @@ void ComputeHipOffset(RetargetModel& model) {
     if (!NodeInfo(model, i).friction || model.Node(i).length <= longest) continue;
     longest = model.Node(i).length;
     const int32_t parent = NodeInfo(model, i).parent;
-    if (parent >= 0) model.hip_offset = -((model.NodePosition(parent) - model.NodePosition(0)).Dot(d));
+    if (parent >= 0)
+      model.hip_offset = -((model.NodePosition(parent) - model.NodePosition(0)).Dot(d));
   }
 }
 

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "krx/krx.h"
 #include "kavor/structure/model_structure.h"
+#include "krx/krx.h"
 
 namespace kavor {
 
@@ -42,9 +42,9 @@ struct SubControlEntry {
 };
 
 struct NodeMapEntry {
-  KRX::X3DObject object;        // invalid when the node is untagged
-  MocapJoint* joint = nullptr;  // for a capture source; not owned
-  double length = 0.0;          // rest length of the node's bone
+  KRX::X3DObject object;                   // invalid when the node is untagged
+  MocapJoint* joint = nullptr;             // for a capture source; not owned
+  double length = 0.0;                     // rest length of the node's bone
   KRX::MATH::CTransformation global_pose;  // rest pose when read, later the current frame
   KRX::MATH::CTransformation local_pose;   // relative to the structure parent's global_pose
   KRX::MATH::CTransformation tpose;        // rest transform from the tag

@@ -36,8 +36,8 @@ bool IsFinite(const CVector3& v) {
 
 // Global pose of `child` from its local pose under `parent`'s global pose.
 void ReplaceUnder(RetargetModel& model, int32_t child, int32_t parent) {
-  model.Node(child).global_pose = CTransformation::Mul(model.Node(child).local_pose,
-                                                       model.Node(parent).global_pose);
+  model.Node(child).global_pose =
+      CTransformation::Mul(model.Node(child).local_pose, model.Node(parent).global_pose);
 }
 
 // The normal of the limb plane once the end object is pulled in and the limb bends.
@@ -71,11 +71,12 @@ void SolveLimb(RetargetModel& model, int32_t plane_index) {
 
   const double reach = target.GetLength();
   if (!(reach > 1e-9) || !(upper > 1e-9)) return;
-  const double cosine =
-      std::clamp((reach * reach + upper * upper - lower * lower) / (2.0 * reach * upper), -1.0, 1.0);
+  const double cosine = std::clamp(
+      (reach * reach + upper * upper - lower * lower) / (2.0 * reach * upper), -1.0, 1.0);
   const double bend = std::acos(cosine);
   const CVector3 toward = target * (upper / reach);
-  const CVector3 turned = CRotation::FromAxisAngle(normal_in_base, bend).GetQuaternion().Rotate(toward);
+  const CVector3 turned =
+      CRotation::FromAxisAngle(normal_in_base, bend).GetQuaternion().Rotate(toward);
   const CVector3 knee = base.MapPoint(turned);
   if (!IsFinite(knee)) return;
 
@@ -85,7 +86,8 @@ void SolveLimb(RetargetModel& model, int32_t plane_index) {
   ReplaceUnder(model, a, b);
 
   CTransformation& upper_pose = model.Node(a).global_pose;
-  const CVector3 rest_end = upper_pose.GetRotation().GetQuaternion().Rotate(limb.rest_end_direction);
+  const CVector3 rest_end =
+      upper_pose.GetRotation().GetQuaternion().Rotate(limb.rest_end_direction);
   const CVector3 w2 = model.NodePosition(end) - upper_pose.GetTranslation();
   upper_pose.SetRotation(CRotation::Mul(upper_pose.GetRotation(), TurnOnto(rest_end, w2)));
 }

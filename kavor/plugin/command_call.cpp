@@ -67,8 +67,7 @@ void StoreReturnValue(KRX::CRef& context, const KRX::CValue& value) {
 
 }  // namespace
 
-CommandCall::CommandCall(KRX::CRef& context, const CommandRow& row)
-    : context_(context), row_(row) {
+CommandCall::CommandCall(KRX::CRef& context, const CommandRow& row) : context_(context), row_(row) {
   const KRX::CValue arguments = KRX::Context(context_).GetAttribute(L"Arguments");
   if (arguments.GetType() == KRX::ValueType::Array) arguments_ = arguments.GetArray();
 }

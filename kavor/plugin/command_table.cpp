@@ -16,7 +16,7 @@ using Kind = ArgumentKind;
 
 // Argument rows. `words` follow "missing " (and "invalid " for a model) in the messages.
 constexpr ArgumentRow ModelArgument(const char* name, const char* words,
-                                     const char* invalid_words = nullptr) {
+                                    const char* invalid_words = nullptr) {
   return {name, Kind::kModel, ArgumentCheck::kValidModel, words, invalid_words};
 }
 constexpr ArgumentRow RequiredArgument(const char* name, Kind kind, const char* words) {

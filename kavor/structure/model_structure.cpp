@@ -43,7 +43,8 @@ std::string CheckNodes(const ModelStructure& s) {
              " levels deep";
     }
     const int32_t type = static_cast<int32_t>(node.type);
-    if (type < 0 || type > 3) return NodeLabel(s, i) + " has the unknown type " + std::to_string(type);
+    if (type < 0 || type > 3)
+      return NodeLabel(s, i) + " has the unknown type " + std::to_string(type);
     if (node.friction && node.type != StructureNodeType::kIk) {
       return NodeLabel(s, i) + " is a foot but not the end node of a limb";
     }
@@ -55,8 +56,7 @@ std::string CheckNodes(const ModelStructure& s) {
       }
     }
     if (!IsFinite(node.align) || !IsFinite(node.roll) || !IsFinite(node.offset) ||
-        !IsFinite(node.rest_position) || !IsFinite(node.min_limits) ||
-        !IsFinite(node.max_limits)) {
+        !IsFinite(node.rest_position) || !IsFinite(node.min_limits) || !IsFinite(node.max_limits)) {
       return NodeLabel(s, i) + " has a vector that is not finite";
     }
   }
@@ -134,7 +134,9 @@ void AssignMirrors(ModelStructure& structure) {
   // a partner. The last pairing wins; the partner it replaced loses its link.
   for (size_t i = 0; i < nodes.size(); ++i) {
     const int32_t m = nodes[i].mirror_index;
-    if (m >= 0 && static_cast<size_t>(m) < nodes.size() && nodes[m].mirror_index != static_cast<int32_t>(i)) nodes[i].mirror_index = -1;
+    if (m >= 0 && static_cast<size_t>(m) < nodes.size() &&
+        nodes[m].mirror_index != static_cast<int32_t>(i))
+      nodes[i].mirror_index = -1;
   }
 }
 

@@ -45,8 +45,8 @@ struct StructureNode {
   KRX::MATH::CVector3 align;  // rest align direction, world space
   KRX::MATH::CVector3 roll;   // rest roll direction, world space
   StructureNodeType type = StructureNodeType::kChild;
-  bool friction = false;      // a foot: only for "friction" nodes
-  bool obj_is_valid = false;  // only in structures read from motion files
+  bool friction = false;              // a foot: only for "friction" nodes
+  bool obj_is_valid = false;          // only in structures read from motion files
   KRX::MATH::CVector3 offset;         // rest offset from the offset parent, as written
   KRX::MATH::CVector3 rest_position;  // offsets accumulated along the offset parents
   KRX::MATH::CVector3 min_limits;     // radians
@@ -100,8 +100,8 @@ extern const std::array<std::string_view, kDecompSlotCount> kDecompSlotNames;
 
 // A decompose block: which sub-control drives each channel of one node.
 struct StructureDecomp {
-  std::string name;      // the block name
-  std::string src_name;  // the decomposed node
+  std::string name;                                 // the block name
+  std::string src_name;                             // the decomposed node
   std::array<std::string, kDecompSlotCount> slots;  // sub-control per slot; empty: unused
   std::vector<std::string> channels;  // the distinct sub-control names, first use first
 };

@@ -29,16 +29,16 @@ std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name,
   const std::string narrow_name = ToNarrow(name);
   // A name with a folder in it is never looked for: it is not found.
   KRX::CString path;
-  const bool found =
-      IsPlainDataFileName(narrow_name) &&
-      (FindDataFile(DataFileKind::kStructure, name, kFirstDataRoot, &path) ||
-       FindDataFile(DataFileKind::kMocapStructure, name, kFirstDataRoot, &path));
+  const bool found = IsPlainDataFileName(narrow_name) &&
+                     (FindDataFile(DataFileKind::kStructure, name, kFirstDataRoot, &path) ||
+                      FindDataFile(DataFileKind::kMocapStructure, name, kFirstDataRoot, &path));
   if (!found) {
     LogWarning(ToWide("cannot find structure file: " + narrow_name));
     return nullptr;
   }
   const FileBuffer buffer = ReadWholeFile(path);
-  StructureParseResult result = ParseStructureText(buffer.Text(), narrow_name, ReadBaseFile, options);
+  StructureParseResult result =
+      ParseStructureText(buffer.Text(), narrow_name, ReadBaseFile, options);
   if (!result.structure) LogWarning(ToWide(result.message));
   return std::move(result.structure);
 }

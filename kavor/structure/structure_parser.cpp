@@ -63,8 +63,8 @@ std::string BuildNodes(const std::vector<ReadGroup>& groups, ModelStructure& s) 
           if (s.nodes[j].name == group.parent) node.parent = j;
         }
         if (node.parent < 0) {
-          return "group parent node " + group.parent + " must be defined before the " +
-                 group.name + " group";
+          return "group parent node " + group.parent + " must be defined before the " + group.name +
+                 " group";
         }
       }
       node.offset_parent = node.parent;
@@ -150,9 +150,8 @@ StructureParseResult ParseStructureText(std::string_view text, std::string_view 
 
   StructureReadState base_state;
   Tokenizer base_tokenizer(*base_text);
-  std::string error =
-      ReadStructureBlocks(base_tokenizer, StructureFileKind::kBase, "basefile " + base_name,
-                          options, base_state);
+  std::string error = ReadStructureBlocks(base_tokenizer, StructureFileKind::kBase,
+                                          "basefile " + base_name, options, base_state);
   if (!error.empty()) return Fail(std::move(error));
 
   // The structure's own groups continue the base file's numbering and name checks.

@@ -6,7 +6,8 @@
 //   base file:       block ...                     (groups only)
 //   group block:     <group name> { <parent> entry ... }
 //   decompose block: <block name> { decompose <node> <channel> ... }
-//   entry:           <node> <type> <align xyz> <roll xyz> <offset xyz> [limits: <min xyz> <max xyz>]
+//   entry:           <node> <type> <align xyz> <roll xyz> <offset xyz> [limits: <min xyz> <max
+//   xyz>]
 //
 // <parent> is "world" or a node of an earlier group; <type> is "hip", "child", "anchor",
 // "ik", "friction" or "free"; limits are in degrees. Channel words fill the slots PX, PY,
@@ -29,9 +30,9 @@
 #include <string>
 #include <string_view>
 
-#include "krx/value.h"
 #include "kavor/structure/model_structure.h"
 #include "kavor/structure/read_options.h"
+#include "krx/value.h"
 
 namespace kavor {
 

@@ -11,7 +11,8 @@ namespace {
 constexpr size_t kMaxQuotedToken = 40;
 
 std::string Quote(std::string_view token) {
-  if (token.size() > kMaxQuotedToken) return "\"" + std::string(token.substr(0, kMaxQuotedToken)) + "...\"";
+  if (token.size() > kMaxQuotedToken)
+    return "\"" + std::string(token.substr(0, kMaxQuotedToken)) + "...\"";
   return "\"" + std::string(token) + "\"";
 }
 
@@ -38,7 +39,7 @@ class BlockReader {
     while (true) {
       const std::string_view block = t_.ReadWord();
       const int block_line = t_.TokenLine();
-      if (block.empty()) return {};  // the end of the data
+      if (block.empty()) return {};        // the end of the data
       if (t_.ReadWord() != "{") continue;  // both words are dropped
       const std::string_view first = t_.ReadWord();
       if (first.empty() || first == "}") continue;  // "{ }" or "{" at the end: nothing
@@ -59,8 +60,8 @@ class BlockReader {
 
   std::string ReadGroupBlock(std::string_view block, int block_line, std::string_view parent) {
     if (!IsStructureNameWord(block)) {
-      return At(block_line, "the group name " + Quote(block) +
-                                " may only hold letters, digits and \"_\"");
+      return At(block_line,
+                "the group name " + Quote(block) + " may only hold letters, digits and \"_\"");
     }
     if (!state_.group_names.insert(std::string(block)).second && strict_) {
       return At(block_line, "the group name " + std::string(block) + " is used twice");
@@ -81,7 +82,8 @@ class BlockReader {
       error = CheckEntryName(entry.name, line);
       if (!error.empty()) return error;
       if (state_.entry_count >= static_cast<size_t>(kMaxStructureNodes)) {
-        return At(line, "the structure has more than " + std::to_string(kMaxStructureNodes) + " nodes");
+        return At(line,
+                  "the structure has more than " + std::to_string(kMaxStructureNodes) + " nodes");
       }
       ++state_.entry_count;
       state_.node_names.insert(entry.name);
@@ -105,9 +107,9 @@ class BlockReader {
         if (!number_error.empty()) break;
         const TokenStatus status = t_.ReadNumber(component);
         if (status == TokenStatus::kOk || !NumberRefused(status)) continue;
-        number_error = At(t_.TokenLine(), std::string("expected three numbers for the ") + what +
-                                              " of node " + entry.name + ", found " +
-                                              DescribeFound(status, t_.LastToken()));
+        number_error =
+            At(t_.TokenLine(), std::string("expected three numbers for the ") + what + " of node " +
+                                   entry.name + ", found " + DescribeFound(status, t_.LastToken()));
       }
       value.Set(xyz[0], xyz[1], xyz[2]);
     };
@@ -167,7 +169,8 @@ class BlockReader {
     }
     read.decomp.src_name = source;
     int slot = 0;
-    for (std::string_view word = t_.ReadWord(); !word.empty() && word != "}"; word = t_.ReadWord()) {
+    for (std::string_view word = t_.ReadWord(); !word.empty() && word != "}";
+         word = t_.ReadWord()) {
       if (EqualNoCase(word, "Unused")) {
         ++slot;
         continue;

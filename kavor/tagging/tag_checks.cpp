@@ -57,7 +57,8 @@ std::optional<std::string> SharingRule(const ModelStructure& structure, int32_t 
     const int32_t base = structure.nodes[static_cast<size_t>(s)].parent;
     if (p == s) return with + "the spine node " + other + ".";
     if (base >= 0 && p == base) return with + "the spine base " + other + ".";
-    if (k == s) return with + "node " + other + ".\nThe spine node requires a unique node for tagging.";
+    if (k == s)
+      return with + "node " + other + ".\nThe spine node requires a unique node for tagging.";
     if (base >= 0 && k == base) {
       return with + "node " + other + ".\nThe spine base requires a unique node for tagging.";
     }
@@ -119,7 +120,8 @@ void FindMirrorObject(const KRX::X3DObject& candidate, const KRX::X3DObject& pic
     // One name is the other with characters added: never a mirror, nor anything below it.
     if (total >= c.size() || total >= x.size()) return;
     if (std::min(c.size(), x.size()) - total == 1) ++total;
-    if (static_cast<int>(total) > best_score && SameDepthBelowCommonAncestor(candidate, picked, model)) {
+    if (static_cast<int>(total) > best_score &&
+        SameDepthBelowCommonAncestor(candidate, picked, model)) {
       best_score = static_cast<int>(total);
       best_name = c;
     }
@@ -202,7 +204,8 @@ bool CheckTagValue(const KRX::CustomProperty& page, const std::string& node_name
 bool CheckTagValidity(const ModelStructure& structure, const KRX::CustomProperty& page) {
   std::vector<bool> tagged(static_cast<size_t>(structure.NumNodes()));
   for (int32_t i = 0; i < structure.NumNodes(); ++i) {
-    tagged[static_cast<size_t>(i)] = !Value(page, structure.nodes[static_cast<size_t>(i)].name).empty();
+    tagged[static_cast<size_t>(i)] =
+        !Value(page, structure.nodes[static_cast<size_t>(i)].name).empty();
   }
   for (int32_t i = 0; i < structure.NumNodes(); ++i) {
     if (!tagged[static_cast<size_t>(i)]) continue;
@@ -210,7 +213,8 @@ bool CheckTagValidity(const ModelStructure& structure, const KRX::CustomProperty
     int32_t j = structure.nodes[static_cast<size_t>(i)].parent;
     for (int32_t steps = 0; j >= 0 && steps < structure.NumNodes(); ++steps) {
       const StructureNode& ancestor = structure.nodes[static_cast<size_t>(j)];
-      const bool tolerated = ancestor.type == StructureNodeType::kChild && tagged[static_cast<size_t>(previous)];
+      const bool tolerated =
+          ancestor.type == StructureNodeType::kChild && tagged[static_cast<size_t>(previous)];
       if (!tagged[static_cast<size_t>(j)] && !tolerated) {
         return Refuse("Because you tagged the " + structure.nodes[static_cast<size_t>(i)].name +
                       " then you must also tag the " + ancestor.name +
@@ -226,7 +230,8 @@ bool CheckTagValidity(const ModelStructure& structure, const KRX::CustomProperty
     if (!used) continue;
     for (int32_t n : plane.chain) {
       if (!tagged[static_cast<size_t>(n)]) {
-        return Refuse("Incomplete tagging of a bone chain. '" + structure.nodes[static_cast<size_t>(n)].name +
+        return Refuse("Incomplete tagging of a bone chain. '" +
+                      structure.nodes[static_cast<size_t>(n)].name +
                       "' must be assigned a rig node.");
       }
     }

@@ -64,7 +64,8 @@ bool OpenTagPage(const KRX::Model& model_in) {
     model = selected.front();
   }
   if (!model.IsValid()) {
-    ShowWarning(L"It is ambiguous which character is to be tagged.  Please select the desired character.");
+    ShowWarning(
+        L"It is ambiguous which character is to be tagged.  Please select the desired character.");
     return false;
   }
   const KRX::CustomProperty page = GetOrAddTagPage(model);
@@ -79,7 +80,8 @@ bool PrepareTagPage(const KRX::Model& model, const ModelStructure& structure) {
   if (FindPropertyByName(model, kTagPage, &existing)) {
     page = KRX::CustomProperty(existing);
     std::vector<KRX::Parameter> parameters = page.GetParameters();
-    for (size_t i = parameters.size(); i > kFirstNodeParameter; --i) page.RemoveParameter(parameters[i - 1]);
+    for (size_t i = parameters.size(); i > kFirstNodeParameter; --i)
+      page.RemoveParameter(parameters[i - 1]);
   } else {
     page = GetOrAddTagPage(model);
     KRX::Parameter file = page.GetParameter(L"StructureFile");
@@ -103,14 +105,15 @@ void PickTagObject(const KRX::CustomProperty& page_in, const KRX::Model& model,
   const KRX::CString node = ToWide(node_name);
   const KRX::CValue remembered = page.GetParameterValue(node);
   page.PutParameterValue(node, KRX::CValue(L"<pick mode>"));
-  const KRX::CValue result =
-      RunCommand(L"PickObject", {KRX::CValue(L"Select Control Node"), KRX::CValue(L"Select Extraction Node")});
+  const KRX::CValue result = RunCommand(
+      L"PickObject", {KRX::CValue(L"Select Control Node"), KRX::CValue(L"Select Extraction Node")});
   page.PutParameterValue(node, remembered);
   const KRX::CValueArray& picked = result.GetArray();
   if (picked.size() < 3 || picked[0].GetInt() <= 0) return;
   const KRX::CRef object = picked[2].GetRef();
-  RunCommand(L"SetTagValue", {KRX::CValue(model.GetFullName()), KRX::CValue(node),
-                              KRX::CValue(KRX::SIObject(object).GetName()), KRX::CValue(picked[0].GetInt())});
+  RunCommand(L"SetTagValue",
+             {KRX::CValue(model.GetFullName()), KRX::CValue(node),
+              KRX::CValue(KRX::SIObject(object).GetName()), KRX::CValue(picked[0].GetInt())});
 }
 
 bool SetTagValue(const KRX::Model& model, const std::string& node_name,
@@ -132,7 +135,8 @@ bool SetTagValue(const KRX::Model& model, const std::string& node_name,
   return false;
 }
 
-void WriteRigSetup(const KRX::Model& model, const ModelStructure& structure, ScopedProgressBar* progress) {
+void WriteRigSetup(const KRX::Model& model, const ModelStructure& structure,
+                   ScopedProgressBar* progress) {
   auto step = [progress] {
     if (progress) progress->Increment();
   };
@@ -160,7 +164,8 @@ bool ApplyTagsToRig(const KRX::Model& model) {
     return false;
   }
   KRX::CustomProperty page(found);
-  std::unique_ptr<ModelStructure> structure = ParseStructure(ToWide(StructureNameOf(PageText(page, L"StructureFile"))));
+  std::unique_ptr<ModelStructure> structure =
+      ParseStructure(ToWide(StructureNameOf(PageText(page, L"StructureFile"))));
   if (!structure) {
     LogError(L"No Structure Files found.");
     return false;
@@ -193,7 +198,8 @@ bool CleanTagsFromRig(const KRX::Model& model) {
   KRX::Property property;
   if (FindPropertyByName(model, L"ZRKMap", &property)) DeleteByName(property.GetFullName());
   progress.Increment();
-  if (FindPropertyByName(model, L"PlotRetargetPPG", &property)) DeleteByName(property.GetFullName());
+  if (FindPropertyByName(model, L"PlotRetargetPPG", &property))
+    DeleteByName(property.GetFullName());
   progress.Increment();
   return true;
 }

@@ -12,7 +12,8 @@ void DefineTagPageParameters(KRX::CustomProperty& page) {
                     KRX::CValue(0), KRX::CValue(2000), KRX::CValue(0), KRX::CValue(2000));
   page.AddParameter(L"StructureFile", KRX::ValueType::String, kCapabilities, L"", L"",
                     KRX::CValue(L"*.structure"));
-  page.AddParameter(L"TemplateFile", KRX::ValueType::String, kCapabilities, L"", L"", KRX::CValue(L""));
+  page.AddParameter(L"TemplateFile", KRX::ValueType::String, kCapabilities, L"", L"",
+                    KRX::CValue(L""));
   page.AddParameter(L"dirty", KRX::ValueType::Bool, kCapabilities, L"", L"", KRX::CValue(false))
       .PutCapabilityFlag(kCapNotKeyable, false);
 }

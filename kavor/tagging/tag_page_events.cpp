@@ -50,7 +50,8 @@ void EditStructureFile(const KRX::CustomProperty& page, bool base) {
     const FileBuffer buffer = ReadWholeFile(*path);
     Tokenizer tokenizer(buffer.Text());
     KRX::CString base_path;
-    if (!FindDataFile(DataFileKind::kStructureBase, ToWide(tokenizer.ReadWord()), kFirstDataRoot, &base_path)) {
+    if (!FindDataFile(DataFileKind::kStructureBase, ToWide(tokenizer.ReadWord()), kFirstDataRoot,
+                      &base_path)) {
       return;
     }
     path = base_path;
@@ -58,7 +59,8 @@ void EditStructureFile(const KRX::CustomProperty& page, bool base) {
   RunCommand(L"ShowFileForEdit", {KRX::CValue(*path)});
 }
 
-void SelectAssigned(const KRX::CustomProperty& page, const KRX::Model& model, const std::string& node) {
+void SelectAssigned(const KRX::CustomProperty& page, const KRX::Model& model,
+                    const std::string& node) {
   const std::string value = ToNarrow(page.GetParameterValue(ToWide(node)).GetString());
   const KRX::X3DObject control = Exists(model, SplitTagValue(value, 1))
                                      ? model.FindChild(ToWide(SplitTagValue(value, 1)))
@@ -66,7 +68,8 @@ void SelectAssigned(const KRX::CustomProperty& page, const KRX::Model& model, co
   if (!control.IsValid()) return;
   KRX::CString selection = control.GetFullName();
   const std::string extraction = SplitTagValue(value, 2);
-  if (Exists(model, extraction)) selection += KRX::CString(L",") + model.FindChild(ToWide(extraction)).GetFullName();
+  if (Exists(model, extraction))
+    selection += KRX::CString(L",") + model.FindChild(ToWide(extraction)).GetFullName();
   RunCommand(L"SelectObj", {KRX::CValue(selection)});
 }
 
@@ -75,9 +78,11 @@ void SelectAssigned(const KRX::CustomProperty& page, const KRX::Model& model, co
 void OfferTemplateToMocapPage(const KRX::Model& model, const KRX::CString& file) {
   if (!FindPropertyByName(model, L"ZRKMocapRef", nullptr)) return;
   KRX::Property mocap_page;
-  if (!FindPropertyByName(KRX::Application().GetActiveSceneRoot(), L"MocapToRig", &mocap_page)) return;
+  if (!FindPropertyByName(KRX::Application().GetActiveSceneRoot(), L"MocapToRig", &mocap_page))
+    return;
   KRX::CustomProperty page(mocap_page);
-  if (page.GetParameter(L"MocapMapFile").IsValid()) page.PutParameterValue(L"MocapMapFile", KRX::CValue(file));
+  if (page.GetParameter(L"MocapMapFile").IsValid())
+    page.PutParameterValue(L"MocapMapFile", KRX::CValue(file));
 }
 
 void OnButton(KRX::CustomProperty& page, const std::string& button, KRX::PPGEventContext& context) {
@@ -89,10 +94,12 @@ void OnButton(KRX::CustomProperty& page, const std::string& button, KRX::PPGEven
     const std::string current = ToNarrow(page.GetParameterValue(L"TemplateFile").GetString());
     const std::string current_folder = std::filesystem::path(current).parent_path().string();
     const KRX::CString file = BrowseInRememberedFolder(
-        kTagTemplateFilesKey, load ? L"Load Template (*.tagt)|*.tagt||" : L"Save Template (*.tagt)|*.tagt||",
+        kTagTemplateFilesKey,
+        load ? L"Load Template (*.tagt)|*.tagt||" : L"Save Template (*.tagt)|*.tagt||",
         load ? L"Load Template File" : L"Save Template File", load, ToWide(current_folder));
     if (file.IsEmpty()) return;
-    RunCommand(load ? L"LoadTagTemplateFile" : L"SaveTagTemplateFile", {model_name, KRX::CValue(file)});
+    RunCommand(load ? L"LoadTagTemplateFile" : L"SaveTagTemplateFile",
+               {model_name, KRX::CValue(file)});
     if (!load) OfferTemplateToMocapPage(model, file);
   } else if (button == "Apply1" || button == "Apply2") {
     RunCommand(L"ApplyTagsToRig", {model_name});
@@ -148,7 +155,8 @@ void ChooseStructureFile(const KRX::CustomProperty& page) {
     ShowWarning(L"Structure File not found.");
     return;
   }
-  const std::optional<KRX::CString> path = StructurePath(ToNarrow(files[static_cast<size_t>(index)]));
+  const std::optional<KRX::CString> path =
+      StructurePath(ToNarrow(files[static_cast<size_t>(index)]));
   if (!path) {
     ShowWarning(L"Structure File not found.");
     return;
@@ -173,7 +181,8 @@ void RefreshTagPage(const KRX::CustomProperty& page, KRX::PPGEventContext& conte
     const std::vector<KRX::Parameter> parameters = page.GetParameters();
     for (size_t i = kFirstNodeParameter; i < parameters.size(); ++i) {
       const std::string value = ToNarrow(parameters[i].GetValue().GetString());
-      const bool assigned = Exists(model, SplitTagValue(value, 1)) || Exists(model, SplitTagValue(value, 2));
+      const bool assigned =
+          Exists(model, SplitTagValue(value, 1)) || Exists(model, SplitTagValue(value, 2));
       KRX::PPGItem item = layout.FindItem(KRX::CString(L"Select_") + parameters[i].GetScriptName());
       if (item.IsValid()) item.PutAttribute(L"buttondisable", KRX::CValue(!assigned));
     }
@@ -198,11 +207,13 @@ KRX_PLUGIN_EXPORT KRX::CStatus TagPPG_PPGEvent(KRX::CRef& in_context) {
       break;
     case KRX::PPGEvent::OnClosed:
       if (page.GetParameterValue(L"dirty").GetBool()) {
-        kavor::RunCommand(L"ApplyTagsToRig", {KRX::CValue(KRX::SIObject(page.GetParent()).GetFullName())});
+        kavor::RunCommand(L"ApplyTagsToRig",
+                          {KRX::CValue(KRX::SIObject(page.GetParent()).GetFullName())});
       }
       break;
     case KRX::PPGEvent::ParameterChange:
-      kavor::OnParameter(page, kavor::ToNarrow(context.GetAttribute(L"Parameter").GetString()), context, &status);
+      kavor::OnParameter(page, kavor::ToNarrow(context.GetAttribute(L"Parameter").GetString()),
+                         context, &status);
       break;
     case KRX::PPGEvent::ButtonClicked:
       kavor::OnButton(page, kavor::ToNarrow(context.GetAttribute(L"Button").GetString()), context);

@@ -47,8 +47,8 @@ std::optional<TagTemplateHead> ReadTagTemplateHead(Tokenizer& tokenizer,
 }
 
 void WriteTagTemplateHead(std::ostream& out, const TagTemplateHead& head) {
-  out << head.structure_type << "\n" << FormatFileNumber(static_cast<int32_t>(head.values.size()))
-      << "\n";
+  out << head.structure_type << "\n"
+      << FormatFileNumber(static_cast<int32_t>(head.values.size())) << "\n";
   for (const TagValue& value : head.values) {
     std::string text = value.control;
     if (!value.extraction.empty()) text += "|" + value.extraction;
@@ -73,7 +73,8 @@ std::optional<MapFile> ReadRetargetMapFile(const std::string& path,
   if (extension == "TAGT") {
     if (!ReadTagTemplateHead(tokenizer, options)) return std::nullopt;
   } else if (tokenizer.ReadWord() != "BVH") {
-    LogWarning(L"To retarget a BVH file the mapfile must be built from the corresponding BVH ref pose");
+    LogWarning(
+        L"To retarget a BVH file the mapfile must be built from the corresponding BVH ref pose");
     return std::nullopt;
   }
   return ReadMapSection(tokenizer);

@@ -50,7 +50,8 @@ bool Refuse(KRX::CustomProperty& page, const wchar_t* message) {
   return false;
 }
 
-constexpr const wchar_t* kOutOfDate = L"Failed to inherit the template data. Template is out of date.";
+constexpr const wchar_t* kOutOfDate =
+    L"Failed to inherit the template data. Template is out of date.";
 constexpr const wchar_t* kDoesNotMatch =
     L"Failed to inherit the template data.  Template does not match the rig.";
 
@@ -64,8 +65,10 @@ void TakeDownOldSetup(const KRX::Model& model) {
 
 // The structure a template was made for, or nothing after the message.
 std::unique_ptr<ModelStructure> TemplateStructure(const TagTemplateHead& head) {
-  std::unique_ptr<ModelStructure> structure = ParseStructure(ToWide(StructureNameOf(head.structure_source)));
-  if (!structure) ShowWarning(ToWide("Cannot find orriginal structure file :" + head.structure_source));
+  std::unique_ptr<ModelStructure> structure =
+      ParseStructure(ToWide(StructureNameOf(head.structure_source)));
+  if (!structure)
+    ShowWarning(ToWide("Cannot find orriginal structure file :" + head.structure_source));
   return structure;
 }
 
@@ -98,7 +101,8 @@ void PutPageValues(const TemplateFlow& flow, const TagTemplateHead& head) {
     const size_t index = i + kFirstNodeParameter;
     if (index < parameters.size()) {
       if (ToNarrow(parameters[index].GetScriptName()) != value.tag_name) {
-        ShowWarning(ToWide("Failed to load template file: Tag name " + value.tag_name + " is missing."));
+        ShowWarning(
+            ToWide("Failed to load template file: Tag name " + value.tag_name + " is missing."));
       }
       KRX::Parameter(parameters[index]).PutValue(KRX::CValue(ToWide(text)));
     }
@@ -119,7 +123,8 @@ bool FinishInherit(const TemplateFlow& flow, const std::string& file, const TagT
     KRX::X3DObject object = flow.model.FindChild(ToWide(value.control));
     if (!object.IsValid() || FindPropertyByName(object, kTagProperty, nullptr)) continue;
     object.AddCustomProperty(kTagProperty)
-        .AddParameter(L"tagname", KRX::ValueType::String, 6, L"", L"", KRX::CValue(ToWide(value.tag_name)));
+        .AddParameter(L"tagname", KRX::ValueType::String, 6, L"", L"",
+                      KRX::CValue(ToWide(value.tag_name)));
   }
   flow.progress.Increment();
   ModelStructure bound = structure;
@@ -133,7 +138,8 @@ bool FinishInherit(const TemplateFlow& flow, const std::string& file, const TagT
   WriteModelMap(retarget);
   WriteStructureProperty(structure, flow.model);
   flow.progress.Increment();
-  if (std::unique_ptr<GlueMap> glue = BuildGlueMap(flow.model, retarget)) WriteGlueMap(*glue, flow.model);
+  if (std::unique_ptr<GlueMap> glue = BuildGlueMap(flow.model, retarget))
+    WriteGlueMap(*glue, flow.model);
   flow.progress.Increment();
   flow.page.PutParameterValue(L"TemplateFile", KRX::CValue(ToWide(file)));
   flow.page.PutParameterValue(L"dirty", KRX::CValue(false));
@@ -144,7 +150,8 @@ bool FinishInherit(const TemplateFlow& flow, const std::string& file, const TagT
 // failure stops the flow where it is met.
 bool InheritInFileOrder(const TemplateFlow& flow, const std::string& file) {
   TakeDownOldSetup(flow.model);
-  const std::optional<TagTemplateHead> head = ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
+  const std::optional<TagTemplateHead> head =
+      ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
   if (!head) return Refuse(flow.page, kOutOfDate);
   flow.progress.Increment();
   const std::unique_ptr<ModelStructure> structure = TemplateStructure(*head);
@@ -161,7 +168,8 @@ bool InheritInFileOrder(const TemplateFlow& flow, const std::string& file) {
 
 // The whole template is read and checked against the rig before anything changes.
 bool InheritCheckedFirst(const TemplateFlow& flow, const std::string& file) {
-  const std::optional<TagTemplateHead> head = ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
+  const std::optional<TagTemplateHead> head =
+      ReadTagTemplateHead(flow.tokenizer, PreferredStructureReadOptions());
   if (!head) return Refuse(flow.page, kOutOfDate);
   flow.progress.Increment();
   if (head->version < kOldestTemplateVersion) return Refuse(flow.page, kOutOfDate);
@@ -246,7 +254,9 @@ bool InheritTagTemplate(const KRX::Model& model, const std::string& file) {
 bool InheritTagTemplate(const KRX::Model& model, const std::string& file,
                         const InheritOptions& options) {
   if (!model.IsValid()) {
-    ShowWarning(L"It is ambiguous which character is to receive the inheritance.  Please select the desired character.");
+    ShowWarning(
+        L"It is ambiguous which character is to receive the inheritance.  Please select the "
+        L"desired character.");
     return false;
   }
   if (file.empty()) {

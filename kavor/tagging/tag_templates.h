@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "krx/krx.h"
 #include "kavor/structure/read_options.h"
+#include "krx/krx.h"
 
 namespace kavor {
 

@@ -173,14 +173,30 @@ void PrintRegistrations(std::ostream& out) {
     for (const KRX::rt::RegistrationStep& step : plugin.steps) {
       const char* kind = "";
       switch (step.kind) {
-        case KRX::rt::RegistrationKind::Author: kind = "author"; break;
-        case KRX::rt::RegistrationKind::Name: kind = "name"; break;
-        case KRX::rt::RegistrationKind::Version: kind = "version"; break;
-        case KRX::rt::RegistrationKind::Command: kind = "command"; break;
-        case KRX::rt::RegistrationKind::Property: kind = "property"; break;
-        case KRX::rt::RegistrationKind::Menu: kind = "menu"; break;
-        case KRX::rt::RegistrationKind::Operator: kind = "operator"; break;
-        case KRX::rt::RegistrationKind::Event: kind = "event"; break;
+        case KRX::rt::RegistrationKind::Author:
+          kind = "author";
+          break;
+        case KRX::rt::RegistrationKind::Name:
+          kind = "name";
+          break;
+        case KRX::rt::RegistrationKind::Version:
+          kind = "version";
+          break;
+        case KRX::rt::RegistrationKind::Command:
+          kind = "command";
+          break;
+        case KRX::rt::RegistrationKind::Property:
+          kind = "property";
+          break;
+        case KRX::rt::RegistrationKind::Menu:
+          kind = "menu";
+          break;
+        case KRX::rt::RegistrationKind::Operator:
+          kind = "operator";
+          break;
+        case KRX::rt::RegistrationKind::Event:
+          kind = "event";
+          break;
       }
       out << "  " << kind << " " << step.name.GetAsciiString() << "\n";
     }

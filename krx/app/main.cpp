@@ -152,8 +152,10 @@ int Run(const Options& options) {
     }
   }
   if (ok || options.open.empty()) {
-    for (const std::string& script : options.scripts) ok = RunScriptFile(script, options.echo) && ok;
-    for (const std::string& command : options.commands) ok = RunCommandText(command, options.echo) && ok;
+    for (const std::string& script : options.scripts)
+      ok = RunScriptFile(script, options.echo) && ok;
+    for (const std::string& command : options.commands)
+      ok = RunCommandText(command, options.echo) && ok;
   }
   if (!options.save.empty()) {
     KRX::CValue result;

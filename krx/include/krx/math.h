@@ -26,8 +26,16 @@ class CVector3 {
   void PutX(double v) { x_ = v; }
   void PutY(double v) { y_ = v; }
   void PutZ(double v) { z_ = v; }
-  void Set(double x, double y, double z) { x_ = x; y_ = y; z_ = z; }
-  void Get(double& x, double& y, double& z) const { x = x_; y = y_; z = z_; }
+  void Set(double x, double y, double z) {
+    x_ = x;
+    y_ = y;
+    z_ = z;
+  }
+  void Get(double& x, double& y, double& z) const {
+    x = x_;
+    y = y_;
+    z = z_;
+  }
   double operator[](int i) const { return i == 0 ? x_ : (i == 1 ? y_ : z_); }
 
   CVector3 operator+(const CVector3& o) const { return {x_ + o.x_, y_ + o.y_, z_ + o.z_}; }
@@ -63,8 +71,18 @@ class CQuaternion {
   double GetX() const { return x_; }
   double GetY() const { return y_; }
   double GetZ() const { return z_; }
-  void Set(double w, double x, double y, double z) { w_ = w; x_ = x; y_ = y; z_ = z; }
-  void Get(double& w, double& x, double& y, double& z) const { w = w_; x = x_; y = y_; z = z_; }
+  void Set(double w, double x, double y, double z) {
+    w_ = w;
+    x_ = x;
+    y_ = y;
+    z_ = z;
+  }
+  void Get(double& w, double& x, double& y, double& z) const {
+    w = w_;
+    x = x_;
+    y = y_;
+    z = z_;
+  }
 
   // Rotation `a` followed by rotation `b` (row-vector order: p (a b)).
   static CQuaternion Mul(const CQuaternion& a, const CQuaternion& b);

@@ -66,7 +66,8 @@ bool ValidSampling(double start, double step, size_t count) {
   const SampledCurve sampling{start, step, Interpolation::Linear, {}};
   // Far from zero a step can fall below the spacing of doubles: times would repeat.
   for (size_t i = 1; i < count; ++i) {
-    if (!(sampling.TimeAt(i) > sampling.TimeAt(i - 1)) || !std::isfinite(sampling.TimeAt(i))) return false;
+    if (!(sampling.TimeAt(i) > sampling.TimeAt(i - 1)) || !std::isfinite(sampling.TimeAt(i)))
+      return false;
   }
   return true;
 }
@@ -80,7 +81,8 @@ double EvaluateSampledCurve(const SampledCurve& curve, double frame) {
   // The segment from its index, then corrected against the key times themselves, so that
   // rounding in the division never picks another segment than a search over the keys.
   const double estimate = std::floor((frame - curve.start) / curve.step);
-  size_t lo = estimate > 0.0 ? static_cast<size_t>(std::fmin(estimate, static_cast<double>(count - 2))) : 0;
+  size_t lo =
+      estimate > 0.0 ? static_cast<size_t>(std::fmin(estimate, static_cast<double>(count - 2))) : 0;
   while (lo > 0 && curve.TimeAt(lo) > frame) --lo;
   while (lo + 2 < count && curve.TimeAt(lo + 1) <= frame) ++lo;
   return EvaluateSegment(curve.KeyAt(lo), curve.KeyAt(lo + 1), frame);

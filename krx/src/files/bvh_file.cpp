@@ -36,7 +36,9 @@ class Words {
   }
 
  private:
-  static bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+  static bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+  }
   void Skip() {
     while (pos_ < text_.size() && IsBlank(text_[pos_])) {
       if (text_[pos_] == '\n') ++line_;
@@ -59,7 +61,9 @@ bool ParseNumber(std::string_view word, double* out) {
 bool EqualsNoCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
+      return false;
   }
   return true;
 }
@@ -74,7 +78,9 @@ std::optional<BvhChannel> ChannelOf(std::string_view word) {
   return std::nullopt;
 }
 
-std::string ChannelName(BvhChannel channel) { return std::string(kChannelNames[static_cast<size_t>(channel)]); }
+std::string ChannelName(BvhChannel channel) {
+  return std::string(kChannelNames[static_cast<size_t>(channel)]);
+}
 
 struct Parser {
   Words words;
@@ -91,7 +97,8 @@ struct Parser {
     double xyz[3];
     for (double& c : xyz) {
       const std::string_view word = words.Next();
-      if (!ParseNumber(word, &c)) return Fail("expected a number, found '" + std::string(word.substr(0, 40)) + "'");
+      if (!ParseNumber(word, &c))
+        return Fail("expected a number, found '" + std::string(word.substr(0, 40)) + "'");
     }
     v->Set(xyz[0], xyz[1], xyz[2]);
     return true;
@@ -100,13 +107,15 @@ struct Parser {
   bool Expect(std::string_view wanted) {
     const std::string_view word = words.Next();
     if (word == wanted) return true;
-    return Fail("expected '" + std::string(wanted) + "', found '" + std::string(word.substr(0, 40)) + "'");
+    return Fail("expected '" + std::string(wanted) + "', found '" +
+                std::string(word.substr(0, 40)) + "'");
   }
 
   // The block of a joint after its name: "{ OFFSET ... CHANNELS ... children }".
   bool ReadJoint(int parent, std::string name, int depth) {
     if (depth > 1000) return Fail("the hierarchy is nested too deeply");
-    if (file.joints.size() >= kMaxBvhJoints) return Fail("more than " + std::to_string(kMaxBvhJoints) + " joints");
+    if (file.joints.size() >= kMaxBvhJoints)
+      return Fail("more than " + std::to_string(kMaxBvhJoints) + " joints");
     if (name.empty()) return Fail("a joint without a name");
     if (name.size() > kMaxBvhNameLength) {
       return Fail("the joint name '" + name.substr(0, 40) + "...' is longer than " +
@@ -124,7 +133,9 @@ struct Parser {
     bool has_offset = false;
     while (true) {
       const std::string_view word = words.Next();
-      if (word.empty()) return Fail("the hierarchy ends inside joint '" + file.joints[static_cast<size_t>(index)].name + "'");
+      if (word.empty())
+        return Fail("the hierarchy ends inside joint '" +
+                    file.joints[static_cast<size_t>(index)].name + "'");
       if (word == "}") break;
       if (EqualsNoCase(word, "OFFSET")) {
         if (!ReadVector(&file.joints[static_cast<size_t>(index)].offset)) return false;
@@ -132,8 +143,10 @@ struct Parser {
       } else if (EqualsNoCase(word, "CHANNELS")) {
         double count = 0.0;
         const std::string_view count_word = words.Next();
-        if (!ParseNumber(count_word, &count) || count < 0 || count > 6 || count != std::floor(count)) {
-          return Fail("a joint has 0 to 6 channels, found '" + std::string(count_word.substr(0, 40)) + "'");
+        if (!ParseNumber(count_word, &count) || count < 0 || count > 6 ||
+            count != std::floor(count)) {
+          return Fail("a joint has 0 to 6 channels, found '" +
+                      std::string(count_word.substr(0, 40)) + "'");
         }
         BvhJoint& joint = file.joints[static_cast<size_t>(index)];
         joint.channels.clear();
@@ -142,11 +155,13 @@ struct Parser {
         for (int i = 0; i < static_cast<int>(count); ++i) {
           const std::string_view channel_word = words.Next();
           const std::optional<BvhChannel> channel = ChannelOf(channel_word);
-          if (!channel) return Fail("unknown channel '" + std::string(channel_word.substr(0, 40)) + "'");
+          if (!channel)
+            return Fail("unknown channel '" + std::string(channel_word.substr(0, 40)) + "'");
           // Two columns would drive one parameter, and the rotation order would be ambiguous.
           const unsigned bit = 1u << static_cast<unsigned>(*channel);
           if (listed & bit) {
-            return Fail("joint '" + joint.name + "' lists the channel " + ChannelName(*channel) + " twice");
+            return Fail("joint '" + joint.name + "' lists the channel " + ChannelName(*channel) +
+                        " twice");
           }
           listed |= bit;
           joint.channels.push_back(*channel);
@@ -164,7 +179,8 @@ struct Parser {
                     file.joints[static_cast<size_t>(index)].name + "'");
       }
     }
-    if (!has_offset) return Fail("joint '" + file.joints[static_cast<size_t>(index)].name + "' has no OFFSET");
+    if (!has_offset)
+      return Fail("joint '" + file.joints[static_cast<size_t>(index)].name + "' has no OFFSET");
     return true;
   }
 
@@ -190,7 +206,8 @@ struct Parser {
     if (!Expect("MOTION") || !Expect("Frames:")) return false;
     double frames = 0.0;
     const std::string_view frames_word = words.Next();
-    if (!ParseNumber(frames_word, &frames) || frames < 0 || frames != std::floor(frames) || frames > 1e9) {
+    if (!ParseNumber(frames_word, &frames) || frames < 0 || frames != std::floor(frames) ||
+        frames > 1e9) {
       return Fail("bad frame count '" + std::string(frames_word.substr(0, 40)) + "'");
     }
     if (!Expect("Frame") || !Expect("Time:")) return false;
@@ -199,9 +216,11 @@ struct Parser {
       return Fail("bad frame time '" + std::string(time_word.substr(0, 40)) + "'");
     }
     // The rate (1 / frame time) must be a finite number of at least one frame per second.
-    if (!(file.frame_time > 0.0) || file.frame_time > kMaxBvhFrameTime || !std::isfinite(1.0 / file.frame_time)) {
-      return Fail("bad frame time '" + std::string(time_word.substr(0, 40)) +
-                  "': it must be above 0 and at most 1 second (a rate of at least 1 frame per second)");
+    if (!(file.frame_time > 0.0) || file.frame_time > kMaxBvhFrameTime ||
+        !std::isfinite(1.0 / file.frame_time)) {
+      return Fail(
+          "bad frame time '" + std::string(time_word.substr(0, 40)) +
+          "': it must be above 0 and at most 1 second (a rate of at least 1 frame per second)");
     }
     file.announced_frames = static_cast<size_t>(frames);
     if (file.channel_count > 0 && file.announced_frames > kMaxBvhValues / file.channel_count) {
@@ -215,7 +234,8 @@ struct Parser {
     // Every complete frame present counts, whatever the header announced. A number takes
     // at least two bytes with its separator, so the text left bounds the reservation: a
     // short file announcing a huge take allocates nothing it cannot fill.
-    const size_t reserved = std::min(file.announced_frames, words.BytesLeft() / (2 * file.channel_count) + 1);
+    const size_t reserved =
+        std::min(file.announced_frames, words.BytesLeft() / (2 * file.channel_count) + 1);
     for (std::vector<double>& column : file.columns) column.reserve(reserved);
     size_t count = 0;
     size_t column = 0;
@@ -224,7 +244,8 @@ struct Parser {
       if (word.empty()) break;
       if (count >= kMaxBvhValues) return Fail("the motion is too large");
       double value = 0.0;
-      if (!ParseNumber(word, &value)) return Fail("expected a number, found '" + std::string(word.substr(0, 40)) + "'");
+      if (!ParseNumber(word, &value))
+        return Fail("expected a number, found '" + std::string(word.substr(0, 40)) + "'");
       file.columns[column].push_back(value);
       ++count;
       if (++column == file.channel_count) column = 0;

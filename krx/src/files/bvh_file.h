@@ -18,7 +18,14 @@
 
 namespace KRX::rt::files {
 
-enum class BvhChannel : uint8_t { kXposition, kYposition, kZposition, kXrotation, kYrotation, kZrotation };
+enum class BvhChannel : uint8_t {
+  kXposition,
+  kYposition,
+  kZposition,
+  kXrotation,
+  kYrotation,
+  kZrotation
+};
 
 struct BvhJoint {
   std::string name;  // the words after ROOT/JOINT, joined with "_"
@@ -44,7 +51,7 @@ struct BvhFile {
 };
 
 inline constexpr size_t kMaxBvhJoints = 4096;
-inline constexpr size_t kMaxBvhNameLength = 255;            // bytes, after joining words
+inline constexpr size_t kMaxBvhNameLength = 255;           // bytes, after joining words
 inline constexpr size_t kMaxBvhValues = size_t{64} << 20;  // 64 Mi numbers (512 MiB)
 // The longest frame time taken, in seconds: a rate of at least one frame per second.
 inline constexpr double kMaxBvhFrameTime = 1.0;

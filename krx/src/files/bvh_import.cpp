@@ -29,9 +29,11 @@ MATH::RotationOrder RotationOrderOf(const BvhJoint& joint) {
     for (int i = 0; i < count; ++i) listed = listed || axes[i] == axis;
     if (!listed) axes[count++] = axis;
   }
-  static constexpr int kOrders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+  static constexpr int kOrders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2},
+                                        {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
   for (int order = 0; order < 6; ++order) {
-    if (kOrders[order][0] == axes[0] && kOrders[order][1] == axes[1] && kOrders[order][2] == axes[2]) {
+    if (kOrders[order][0] == axes[0] && kOrders[order][1] == axes[1] &&
+        kOrders[order][2] == axes[2]) {
       return static_cast<MATH::RotationOrder>(order);
     }
   }
@@ -55,8 +57,9 @@ X3DObject AddJointNull(X3DObject parent, const std::string& name, const MATH::CV
 
 CStatus ImportBvh(const CValueArray& args, CValue& result) {
   result = CValue(false);
-  const std::string path = args.empty() || args[0].IsEmpty() ? std::string()
-                                                             : WideToUtf8(args[0].GetString().GetWideString());
+  const std::string path = args.empty() || args[0].IsEmpty()
+                               ? std::string()
+                               : WideToUtf8(args[0].GetString().GetWideString());
   if (path.empty()) {
     Log(L"ImportBVH: no file given.", kSeverityError);
     return CStatus::OK;
@@ -77,12 +80,12 @@ CStatus ImportBvh(const CValueArray& args, CValue& result) {
   const std::string announced = std::to_string(file->announced_frames);
   const std::string held = std::to_string(file->frame_count);
   if (file->frame_count < file->announced_frames) {
-    Log(CString("ImportBVH: " + path + ": the file announces " + announced + " frames but holds only " + held +
-                "; " + held + " imported"),
+    Log(CString("ImportBVH: " + path + ": the file announces " + announced +
+                " frames but holds only " + held + "; " + held + " imported"),
         kSeverityWarning);
   } else if (file->frame_count > file->announced_frames) {
-    Log(CString("ImportBVH: " + path + ": the file announces " + announced + " frames but holds " + held +
-                ", more than announced; all " + held + " imported"),
+    Log(CString("ImportBVH: " + path + ": the file announces " + announced + " frames but holds " +
+                held + ", more than announced; all " + held + " imported"),
         kSeverityWarning);
   }
   CString name = args.size() > 1 && !args[1].IsEmpty() ? args[1].GetString() : CString();
@@ -91,7 +94,8 @@ CStatus ImportBvh(const CValueArray& args, CValue& result) {
   const Model model = BuildBvhRig(std::move(*file), name);
   result = CValue(model.GetName());
   Log(CString("Imported " + std::filesystem::path(path).filename().string() + ": " +
-              std::to_string(joint_count) + " joints, " + held + " frames as ") + model.GetName() + CString(L"."),
+              std::to_string(joint_count) + " joints, " + held + " frames as ") +
+          model.GetName() + CString(L"."),
       kSeverityInfo);
   return CStatus::OK;
 }
@@ -103,7 +107,8 @@ Model BuildBvhRig(BvhFile&& file, const CString& model_name) {
   std::vector<X3DObject> joints;
   joints.reserve(file.joints.size());
   for (const BvhJoint& joint : file.joints) {
-    X3DObject parent = joint.parent >= 0 ? joints[static_cast<size_t>(joint.parent)] : X3DObject(model);
+    X3DObject parent =
+        joint.parent >= 0 ? joints[static_cast<size_t>(joint.parent)] : X3DObject(model);
     X3DObject object = AddJointNull(parent, joint.name, joint.offset);
     joints.push_back(object);
     KinematicState local = object.GetKinematics().GetLocal();
@@ -114,14 +119,16 @@ Model BuildBvhRig(BvhFile&& file, const CString& model_name) {
     bool position_channel[3] = {false, false, false};
     for (size_t c = 0; c < joint.channels.size(); ++c) {
       const int channel = static_cast<int>(joint.channels[c]);
-      static const wchar_t* const kParams[6] = {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz"};
+      static const wchar_t* const kParams[6] = {L"posx", L"posy", L"posz",
+                                                L"rotx", L"roty", L"rotz"};
       AnimateParameter(local, kParams[channel], std::move(file.columns[joint.first_channel + c]));
       if (channel < 3) position_channel[channel] = true;
     }
     if (position_channel[0] || position_channel[1] || position_channel[2]) {
       static const wchar_t* const kPositions[3] = {L"posx", L"posy", L"posz"};
       for (int axis = 0; axis < 3; ++axis) {
-        if (!position_channel[axis]) AnimateParameter(local, kPositions[axis], std::vector<double>(file.frame_count, 0.0));
+        if (!position_channel[axis])
+          AnimateParameter(local, kPositions[axis], std::vector<double>(file.frame_count, 0.0));
       }
     }
   }

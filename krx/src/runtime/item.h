@@ -31,10 +31,10 @@ struct Item : std::enable_shared_from_this<Item> {
   Item& operator=(const Item&) = delete;
 
   ClassID cls;
-  std::wstring type;        // host type text ("#model", "null", "customparamset", ...)
+  std::wstring type;  // host type text ("#model", "null", "customparamset", ...)
   CString name;
-  Item* owner = nullptr;    // owning item; null for the scene root and detached items
-  bool deleted = false;     // set when removed from the scene
+  Item* owner = nullptr;  // owning item; null for the scene root and detached items
+  bool deleted = false;   // set when removed from the scene
   // Parameters (ProjectItem), in order.
   std::vector<std::shared_ptr<Item>> params;
   // Properties (SceneItem), in order. An object's kinematics is its first property.
@@ -96,9 +96,9 @@ struct ParamItem : Item {
   CValue value;  // static value
   CValue default_value, min, max, suggested_min, suggested_max;
   CString label, description;
-  std::shared_ptr<FCurveItem> fcurve;          // animation source when set
-  std::optional<CString> expression;           // animation source when set
-  std::optional<GridTable> grid;               // grid parameters only
+  std::shared_ptr<FCurveItem> fcurve;  // animation source when set
+  std::optional<CString> expression;   // animation source when set
+  std::optional<GridTable> grid;       // grid parameters only
   // A put on an animated parameter: seen by reads at `transient_time` only.
   std::optional<CValue> transient_value;
   double transient_time = 0.0;
@@ -114,7 +114,7 @@ struct ParamItem : Item {
     double expression_offset = 0.0;
   };
   Binding binding;
-  bool evaluating = false;      // re-entrance guard (expression cycles)
+  bool evaluating = false;  // re-entrance guard (expression cycles)
   bool cycle_reported = false;
 };
 
@@ -132,7 +132,10 @@ struct KineStateItem : Item {
 };
 
 struct KinematicsItem : Item {
-  KinematicsItem() : Item(ClassID::Kinematics) { type = L"kine"; name = L"kine"; }
+  KinematicsItem() : Item(ClassID::Kinematics) {
+    type = L"kine";
+    name = L"kine";
+  }
   std::shared_ptr<KineStateItem> local;
   std::shared_ptr<KineStateItem> global;
 };
@@ -151,7 +154,7 @@ struct EvalCache {
   MATH::CTransformation local;
   MATH::CTransformation global;
   MATH::CTransformation parent_global;  // the parent's global the local is relative to
-  bool complete = false;  // false while the object is still being evaluated
+  bool complete = false;                // false while the object is still being evaluated
 };
 
 // Local kinematic parameters in evaluation order: posx..posz, rotx..rotz, sclx..sclz,
@@ -199,17 +202,17 @@ struct PortData {
 
 struct OperatorItem : Item {
   OperatorItem() : Item(ClassID::CustomOperator) { type = L"CustomOperator"; }
-  CString op_type;          // the registered operator name ("RetargetOp", "ConnectionLine")
-  bool scripted = false;    // a host scripted operator
+  CString op_type;        // the registered operator name ("RetargetOp", "ConnectionLine")
+  bool scripted = false;  // a host scripted operator
   CString script, language;
   std::vector<PortData> ports;  // in the order added
   CString current_group;
   bool always_evaluate = false;
   bool connected = false;
   int construction_mode = 0;
-  void* user_data = nullptr;    // per-instance data of the plug-in
-  bool initialised = false;     // _Init ran, _Term pending
-  bool running = false;         // cycle guard
+  void* user_data = nullptr;  // per-instance data of the plug-in
+  bool initialised = false;   // _Init ran, _Term pending
+  bool running = false;       // cycle guard
   bool cycle_reported = false;
   // Evaluation state (krx/src/scene): order of connection (operators writing the same
   // target run in this order), the time and revision of the last run and what it wrote
@@ -227,10 +230,10 @@ struct ContextItem : Item {
   ContextItem() : Item(ClassID::Context) { type = L"Context"; }
   std::weak_ptr<Item> source;
   std::map<std::wstring, CValue> attributes;  // "Arguments", "ReturnValue", ...
-  void* user_data = nullptr;       // used when the context is not an operator's
-  OperatorItem* op = nullptr;      // set for operator callbacks; user data then lives there
-  double time = 0.0;               // operator evaluation time, frames
-  int output_index = -1;           // operator output being written (index among outputs)
+  void* user_data = nullptr;                  // used when the context is not an operator's
+  OperatorItem* op = nullptr;  // set for operator callbacks; user data then lives there
+  double time = 0.0;           // operator evaluation time, frames
+  int output_index = -1;       // operator output being written (index among outputs)
   // Operators write through the context; the evaluation applies the value afterwards.
   std::optional<MATH::CTransformation> output_transform;
   std::optional<CValue> output_value;

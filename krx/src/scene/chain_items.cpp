@@ -42,7 +42,8 @@ X3DObject AddBoneObject(const X3DObject& parent, const CRotation& parent_rotatio
   AddNumber(joint, L"roll", ValueType::Double, CValue(0.0));
   AddNumber(joint, L"chntype", ValueType::Int, CValue(0));
   AddNumber(joint, L"length", ValueType::Double, CValue(length));
-  joint.AddParameter(L"upvector", ValueType::String, kCapPersistable, L"upvector", L"", CValue(L""));
+  joint.AddParameter(L"upvector", ValueType::String, kCapPersistable, L"upvector", L"",
+                     CValue(L""));
   return bone;
 }
 
@@ -53,7 +54,13 @@ void PlaceAt(const X3DObject& object, const CVector3& position) {
 }
 
 void PutNormal(ChainRoot& root, const CVector3& world_normal) {
-  const CVector3 local = root.GetKinematics().GetGlobal().GetTransform().GetRotation().Inverse().GetQuaternion().Rotate(world_normal);
+  const CVector3 local = root.GetKinematics()
+                             .GetGlobal()
+                             .GetTransform()
+                             .GetRotation()
+                             .Inverse()
+                             .GetQuaternion()
+                             .Rotate(world_normal);
   Property chain;
   for (const Property& p : root.GetProperties()) {
     if (p.GetName() == CString(rt::kChainProperty)) chain = p;
@@ -68,9 +75,11 @@ CVector3 WorldNormal(const ChainRoot& root) {
   for (const Property& p : root.GetProperties()) {
     if (p.GetName() == CString(rt::kChainProperty)) chain = p;
   }
-  const CVector3 local(chain.GetParameterValue(L"normalx").GetDouble(), chain.GetParameterValue(L"normaly").GetDouble(),
+  const CVector3 local(chain.GetParameterValue(L"normalx").GetDouble(),
+                       chain.GetParameterValue(L"normaly").GetDouble(),
                        chain.GetParameterValue(L"normalz").GetDouble());
-  return root.GetKinematics().GetGlobal().GetTransform().GetRotation().GetQuaternion().Rotate(local);
+  return root.GetKinematics().GetGlobal().GetTransform().GetRotation().GetQuaternion().Rotate(
+      local);
 }
 
 }  // namespace
@@ -89,8 +98,9 @@ X3DObject X3DObject::Add2DChain(const CVector3& root_position, const CVector3& e
   AddNumber(chain, L"normaly", ValueType::Double, CValue(0.0));
   AddNumber(chain, L"normalz", ValueType::Double, CValue(1.0));
   PutNormal(root, normal);
-  X3DObject effector(rt::RefOf(rt::MakeObjectItem(rt::LiveAs<rt::ObjectItem>(root), ClassID::ChainEffector,
-                                                  L"eff", root.GetName() + CString(L"Eff"))));
+  X3DObject effector(
+      rt::RefOf(rt::MakeObjectItem(rt::LiveAs<rt::ObjectItem>(root), ClassID::ChainEffector, L"eff",
+                                   root.GetName() + CString(L"Eff"))));
   PlaceAt(effector, end_position);
   AddBoneObject(root, CRotation(), 0.0, BoneRotation(end_position - root_position, normal),
                 (end_position - root_position).GetLength(), L"");
@@ -103,11 +113,13 @@ X3DObject ChainRoot::AddBone(const CVector3& end_position, const CString& name) 
   const X3DObject effector = GetEffector();
   // Where the chain stands now, before the effector moves.
   std::vector<CTransformation> globals;
-  for (const X3DObject& bone : bones) globals.push_back(bone.GetKinematics().GetGlobal().GetTransform());
+  for (const X3DObject& bone : bones)
+    globals.push_back(bone.GetKinematics().GetGlobal().GetTransform());
   const ChainBone last(bones.back());
   const double last_length = last.GetLength();
   const CVector3 start = globals.back().GetTranslation();
-  const CVector3 joint = start + globals.back().GetRotation().GetQuaternion().Rotate(CVector3(last_length, 0, 0));
+  const CVector3 joint =
+      start + globals.back().GetRotation().GetQuaternion().Rotate(CVector3(last_length, 0, 0));
   // The bend the new pose has becomes the chain's bend normal.
   const CVector3 segment_start = start;
   CVector3 dir = end_position - segment_start;
@@ -120,8 +132,8 @@ X3DObject ChainRoot::AddBone(const CVector3& end_position, const CString& name) 
     }
   }
   X3DObject bone = AddBoneObject(last, globals.back().GetRotation(), last_length,
-                                 BoneRotation(end_position - joint, normal), (end_position - joint).GetLength(),
-                                 name);
+                                 BoneRotation(end_position - joint, normal),
+                                 (end_position - joint).GetLength(), name);
   if (effector.IsValid()) PlaceAt(effector, end_position);
   return bone;
 }
@@ -163,7 +175,8 @@ X3DObject ChainBone::GetUpVectorReference() const {
 CStatus ChainBone::PutUpVectorReference(const X3DObject& reference) {
   Property joint = GetJoint();
   if (!joint.IsValid()) return CStatus::Fail;
-  return joint.PutParameterValue(L"upvector", CValue(reference.IsValid() ? reference.GetFullName() : CString()));
+  return joint.PutParameterValue(L"upvector",
+                                 CValue(reference.IsValid() ? reference.GetFullName() : CString()));
 }
 
 double ChainBone::GetLength() const { return GetJoint().GetParameterValue(L"length").GetDouble(); }
@@ -204,8 +217,8 @@ ObjectItem* NextChainBone(ObjectItem& object) {
 
 std::vector<ObjectItem*> ChainBonesOf(ObjectItem& root) {
   std::vector<ObjectItem*> bones;
-  for (ObjectItem* at = NextChainBone(root); at && bones.size() < static_cast<size_t>(kMaxChainBones);
-       at = NextChainBone(*at)) {
+  for (ObjectItem* at = NextChainBone(root);
+       at && bones.size() < static_cast<size_t>(kMaxChainBones); at = NextChainBone(*at)) {
     bones.push_back(at);
   }
   return bones;

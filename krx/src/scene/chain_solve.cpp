@@ -29,8 +29,8 @@ double NumberAt(Item* owner, const wchar_t* name, double time, double fallback) 
 }
 
 // The side the limb from `start` towards `target` bends to.
-CVector3 BendSide(ObjectItem& root, ObjectItem& first_bone, const CVector3& start, const CVector3& target,
-                  double time) {
+CVector3 BendSide(ObjectItem& root, ObjectItem& first_bone, const CVector3& start,
+                  const CVector3& target, double time) {
   CVector3 dir = target - start;
   if (!dir.NormalizeInPlace()) return {};
   Item* joint = FindChainProperty(first_bone, kJointProperty);
@@ -41,9 +41,11 @@ CVector3 BendSide(ObjectItem& root, ObjectItem& first_bone, const CVector3& star
   }
   if (!side.NormalizeInPlace()) {
     Item* chain = FindChainProperty(root, kChainProperty);
-    const CVector3 normal_local(NumberAt(chain, L"normalx", time, 0.0), NumberAt(chain, L"normaly", time, 0.0),
+    const CVector3 normal_local(NumberAt(chain, L"normalx", time, 0.0),
+                                NumberAt(chain, L"normaly", time, 0.0),
                                 NumberAt(chain, L"normalz", time, 1.0));
-    const CVector3 normal = EvaluateObject(root, time).global.GetRotation().GetQuaternion().Rotate(normal_local);
+    const CVector3 normal =
+        EvaluateObject(root, time).global.GetRotation().GetQuaternion().Rotate(normal_local);
     side = normal.Cross(dir);
     if (!side.NormalizeInPlace()) return {};
   }
@@ -107,13 +109,15 @@ void SolvePlanarChain(const double* lengths, int count, double distance, PlanarC
   const double lean = std::atan2(-end.v, end.u);
   for (int k = 0; k < count; ++k) {
     const double angle = lean - k * turn;
-    joints[k + 1] = {joints[k].u + lengths[k] * std::cos(angle), joints[k].v + lengths[k] * std::sin(angle)};
+    joints[k + 1] = {joints[k].u + lengths[k] * std::cos(angle),
+                     joints[k].v + lengths[k] * std::sin(angle)};
   }
   const double end_error = std::hypot(joints[count].u - distance, joints[count].v);
   if (distance >= total || end_error <= kPlanarChainTolerance * total) return;
   // Closer than equal turns reach: forward and backward reaching passes from that shape,
   // each pass keeping every bone's length and every joint in the plane.
-  const auto place = [&](const PlanarChainPoint& from, const PlanarChainPoint& towards, double length) {
+  const auto place = [&](const PlanarChainPoint& from, const PlanarChainPoint& towards,
+                         double length) {
     double du = towards.u - from.u, dv = towards.v - from.v;
     const double d = std::hypot(du, dv);
     if (d > 1e-300) {
@@ -173,7 +177,8 @@ void SolvePlanarChain(const double* lengths, int count, double distance, PlanarC
     for (int k = 0; k < count; ++k) {
       const PlanarChainPoint next_before = joints[k + 1];
       const double angle = turned(before, next_before);
-      joints[k + 1] = {joints[k].u + lengths[k] * std::cos(angle), joints[k].v + lengths[k] * std::sin(angle)};
+      joints[k + 1] = {joints[k].u + lengths[k] * std::cos(angle),
+                       joints[k].v + lengths[k] * std::sin(angle)};
       before = next_before;
     }
   }
@@ -181,7 +186,8 @@ void SolvePlanarChain(const double* lengths, int count, double distance, PlanarC
 
 ParamItem* FindChainParam(Item& owner, const wchar_t* name) {
   for (const auto& param : owner.params) {
-    if (!param->deleted && param->name.GetWideString() == name) return dynamic_cast<ParamItem*>(param.get());
+    if (!param->deleted && param->name.GetWideString() == name)
+      return dynamic_cast<ParamItem*>(param.get());
   }
   return nullptr;
 }
@@ -201,11 +207,12 @@ namespace {
 
 // A chain of three or more bones: the bones bend together in the bend plane through the
 // chain's start, and the evaluated bone aims at where its end goes.
-bool SolveWholeChain(ObjectItem& root, ObjectItem& first_bone, ObjectItem& bone, int index, int count,
-                     const CVector3& target, double time, CRotation& rotation) {
+bool SolveWholeChain(ObjectItem& root, ObjectItem& first_bone, ObjectItem& bone, int index,
+                     int count, const CVector3& target, double time, CRotation& rotation) {
   EvalCache& cache = bone.cache;
   const CVector3 here = cache.global.GetTranslation();
-  const CVector3 start = index == 0 ? here : EvaluateObject(first_bone, time).global.GetTranslation();
+  const CVector3 start =
+      index == 0 ? here : EvaluateObject(first_bone, time).global.GetTranslation();
   CVector3 dir = target - start;
   const double distance = dir.GetLength();
   if (!(distance > 1e-12) || !dir.NormalizeInPlace()) return false;

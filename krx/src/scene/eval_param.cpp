@@ -20,9 +20,12 @@ bool IsNumeric(ValueType type) {
 
 CValue Typed(ValueType type, double v) {
   switch (type) {
-    case ValueType::Int: return CValue(static_cast<int>(std::isfinite(v) ? std::lround(v) : 0));
-    case ValueType::Bool: return CValue(v != 0.0);
-    default: return CValue(v);
+    case ValueType::Int:
+      return CValue(static_cast<int>(std::isfinite(v) ? std::lround(v) : 0));
+    case ValueType::Bool:
+      return CValue(v != 0.0);
+    default:
+      return CValue(v);
   }
 }
 
@@ -47,7 +50,8 @@ double ExpressionValue(ParamItem& param, double time) {
 }
 
 double BaseValue(ParamItem& param, double time) {
-  if (param.transient_value && param.transient_time == time) return param.transient_value->GetDouble();
+  if (param.transient_value && param.transient_time == time)
+    return param.transient_value->GetDouble();
   if (param.fcurve && param.fcurve->KeyCount() > 0) return param.fcurve->Evaluate(time);
   if (param.expression) return ExpressionValue(param, time);
   return param.value.GetDouble();
@@ -169,21 +173,26 @@ CValue ConvertForParam(const ParamItem& param, const CValue& value) {
     return v;
   };
   switch (param.value_type) {
-    case ValueType::Int: return CValue(static_cast<int>(std::lround(clamp(value.GetInt()))));
+    case ValueType::Int:
+      return CValue(static_cast<int>(std::lround(clamp(value.GetInt()))));
     case ValueType::Double: {
       const double v = value.GetDouble();
       return CValue(std::isfinite(v) ? clamp(v) : 0.0);
     }
-    case ValueType::Bool: return CValue(value.GetBool());
-    case ValueType::String: return CValue(value.GetString());
-    default: return value;
+    case ValueType::Bool:
+      return CValue(value.GetBool());
+    case ValueType::String:
+      return CValue(value.GetString());
+    default:
+      return value;
   }
 }
 
 CStatus PutParamValue(ParamItem& param, const CValue& value, double time) {
   if (param.deleted || param.grid) return CStatus::Fail;
   const double at = ResolveTime(time);
-  if (auto* state = dynamic_cast<KineStateItem*>(param.owner); state && state->global && state->object) {
+  if (auto* state = dynamic_cast<KineStateItem*>(param.owner);
+      state && state->global && state->object) {
     EnsureObjectBinding(*state->object);
     const int index = KineParamIndex(*state->object, param, true);
     if (index >= 0 && !HasAnimationSource(param)) {

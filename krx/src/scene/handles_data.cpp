@@ -1,10 +1,9 @@
 // GridData, UserDataBlob and FCurve handles.
-#include "krx/property.h"
-
 #include <cmath>
 
 #include "anim/fcurve_edit.h"
 #include "anim/fcurve_eval.h"
+#include "krx/property.h"
 #include "scene/evaluation.h"
 #include "scene/handles.h"
 
@@ -25,11 +24,16 @@ rt::GridTable* GridOf(const GridData& handle) {
 
 CValue CellAs(ValueType type, const CValue& value) {
   switch (type) {
-    case ValueType::Int: return CValue(value.GetInt());
-    case ValueType::Double: return CValue(value.GetDouble());
-    case ValueType::Bool: return CValue(value.GetBool());
-    case ValueType::String: return CValue(value.GetString());
-    default: return value;
+    case ValueType::Int:
+      return CValue(value.GetInt());
+    case ValueType::Double:
+      return CValue(value.GetDouble());
+    case ValueType::Bool:
+      return CValue(value.GetBool());
+    case ValueType::String:
+      return CValue(value.GetString());
+    default:
+      return value;
   }
 }
 
@@ -196,7 +200,8 @@ int FCurve::GetNumKeys() const {
 
 FCurveKeyData FCurve::GetKey(int index) const {
   const rt::FCurveItem* curve = CurveOf(*this);
-  if (!curve || index < 0 || static_cast<size_t>(index) >= curve->KeyCount()) return FCurveKeyData();
+  if (!curve || index < 0 || static_cast<size_t>(index) >= curve->KeyCount())
+    return FCurveKeyData();
   return curve->Key(static_cast<size_t>(index));
 }
 

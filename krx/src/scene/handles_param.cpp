@@ -1,10 +1,9 @@
 // Parameter and CustomProperty handles.
-#include "krx/property.h"
-
 #include <cmath>
 
 #include "anim/fcurve_edit.h"
 #include "anim/sampled_curve.h"
+#include "krx/property.h"
 #include "scene/evaluation.h"
 #include "scene/expression.h"
 #include "scene/handles.h"
@@ -100,9 +99,12 @@ bool Parameter::IsAnimated(AnimationSource source) const {
   auto* param = LiveAs<rt::ParamItem>(*this);
   if (!param) return false;
   switch (source) {
-    case AnimationSource::FCurve: return param->fcurve != nullptr;
-    case AnimationSource::Expression: return param->expression.has_value();
-    case AnimationSource::Operator: return HasWriters(*param);
+    case AnimationSource::FCurve:
+      return param->fcurve != nullptr;
+    case AnimationSource::Expression:
+      return param->expression.has_value();
+    case AnimationSource::Operator:
+      return HasWriters(*param);
     case AnimationSource::None:  // any source
       return param->fcurve || param->expression || HasWriters(*param);
   }
@@ -150,7 +152,8 @@ FCurve Parameter::AddSampledFCurve(double start, double step, std::vector<double
   }
   if (values.size() < 2) {
     std::vector<FCurveKeyData> keys;
-    if (!values.empty()) keys.push_back({.time = start, .value = values[0], .interpolation = interpolation});
+    if (!values.empty())
+      keys.push_back({.time = start, .value = values[0], .interpolation = interpolation});
     return AddFCurve(keys);
   }
   FCurve curve = AddFCurve();
@@ -166,7 +169,8 @@ CStatus Parameter::AddExpression(const CString& text) {
   if (!rt::ParseExpression(text.GetWideString(), &parsed)) return CStatus::InvalidArgument;
   if (!parsed.source.empty()) {
     auto source = std::dynamic_pointer_cast<rt::ParamItem>(rt::FindItemByFullName(parsed.source));
-    if (!source || source.get() == param || !IsNumeric(source->value_type)) return CStatus::InvalidArgument;
+    if (!source || source.get() == param || !IsNumeric(source->value_type))
+      return CStatus::InvalidArgument;
   }
   param->expression = text;
   if (param->fcurve) param->fcurve->deleted = true;
@@ -215,7 +219,8 @@ Parameter CustomProperty::AddParameter(const CString& name, ValueType type, int 
   const bool known = type == ValueType::Int || type == ValueType::Double ||
                      type == ValueType::String || type == ValueType::Bool;
   if (!known) return Parameter();
-  std::shared_ptr<rt::ParamItem> param = rt::AddParamTo(*property, name, type, CValue(), capabilities);
+  std::shared_ptr<rt::ParamItem> param =
+      rt::AddParamTo(*property, name, type, CValue(), capabilities);
   if (!param) return Parameter();
   param->label = label.IsEmpty() ? name : label;
   param->description = description;

@@ -35,16 +35,26 @@ TEST(FCurveEval, ConstantAndLinearTables) {
   // Each segment uses the interpolation of the key that starts it.
   const Keys keys = {Key(0, 1, I::Constant), Key(10, 5, I::Linear), Key(14, -3, I::Constant),
                      Key(20, 4, I::Linear)};
-  ExpectTable(keys, {{0, 1}, {1e-7, 1}, {10 - 1e-7, 1}, {10, 5}, {10 + 1e-7, 5 - 2e-7}, {11, 3}, {13, -1},
-                     {14 - 1e-7, -3 + 2e-7}, {14, -3}, {20 - 1e-7, -3}, {20, 4}},
+  ExpectTable(keys,
+              {{0, 1},
+               {1e-7, 1},
+               {10 - 1e-7, 1},
+               {10, 5},
+               {10 + 1e-7, 5 - 2e-7},
+               {11, 3},
+               {13, -1},
+               {14 - 1e-7, -3 + 2e-7},
+               {14, -3},
+               {20 - 1e-7, -3},
+               {20, 4}},
               1e-12);
 }
 
 TEST(FCurveEval, BezierClosedForms) {
   {  // Control points on a line give that line, for any handle lengths; handles past the
      // segment are scaled back onto it, slope kept.
-    const Keys keys = {Key(2, 1, I::Bezier, -1, -0.5, 1, 0.5), Key(8, 4, I::Bezier, -3, -1.5, 20, 10),
-                       Key(12, 6, I::Bezier, -40, -20)};
+    const Keys keys = {Key(2, 1, I::Bezier, -1, -0.5, 1, 0.5),
+                       Key(8, 4, I::Bezier, -3, -1.5, 20, 10), Key(12, 6, I::Bezier, -40, -20)};
     for (double f = 2; f <= 12; f += 0.125) EXPECT_NEAR(EvaluateFCurve(keys, f), f / 2, 1e-12);
   }
   {  // Flat handles at thirds: 3u^2 - 2u^3 with u = (f - t0) / L.

@@ -21,13 +21,16 @@ namespace {
 
 using I = Interpolation;
 
-bool SameBits(double a, double b) { return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b); }
+bool SameBits(double a, double b) {
+  return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
+}
 
 bool SameKeys(const std::vector<FCurveKeyData>& a, const std::vector<FCurveKeyData>& b) {
   const auto same = [](const FCurveKeyData& x, const FCurveKeyData& y) {
-    return SameBits(x.time, y.time) && SameBits(x.value, y.value) && SameBits(x.left_dx, y.left_dx) &&
-           SameBits(x.left_dy, y.left_dy) && SameBits(x.right_dx, y.right_dx) &&
-           SameBits(x.right_dy, y.right_dy) && x.interpolation == y.interpolation;
+    return SameBits(x.time, y.time) && SameBits(x.value, y.value) &&
+           SameBits(x.left_dx, y.left_dx) && SameBits(x.left_dy, y.left_dy) &&
+           SameBits(x.right_dx, y.right_dx) && SameBits(x.right_dy, y.right_dy) &&
+           x.interpolation == y.interpolation;
   };
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), same);
 }
@@ -63,8 +66,9 @@ TEST(SampledCurve, EvaluatesAsItsKeysBitForBit) {
       for (double frame : frames) {
         const double full = EvaluateFCurve(keys, frame);
         const double compact = EvaluateSampledCurve(curve, frame);
-        ASSERT_TRUE(SameBits(full, compact)) << static_cast<int>(interpolation) << " step " << step
-                                             << " frame " << frame << ": " << full << " vs " << compact;
+        ASSERT_TRUE(SameBits(full, compact))
+            << static_cast<int>(interpolation) << " step " << step << " frame " << frame << ": "
+            << full << " vs " << compact;
       }
     }
   }
@@ -79,7 +83,8 @@ TEST(SampledCurve, HoldsOnlyKeysItGivesBackUnchanged) {
     change(keys[3]);
     EXPECT_FALSE(FitsSampledCurve(keys, {})) << rule;
   };
-  expect_full([](FCurveKeyData& k) { k.time = std::nextafter(k.time, 100.0); }, "time off the step");
+  expect_full([](FCurveKeyData& k) { k.time = std::nextafter(k.time, 100.0); },
+              "time off the step");
   expect_full([](FCurveKeyData& k) { k.interpolation = I::Bezier; }, "another interpolation");
   expect_full([](FCurveKeyData& k) { k.left_dy = -0.0; }, "a handle written differently");
   expect_full([](FCurveKeyData& k) { k.right_dx = 0.5; }, "a handle of its own");
@@ -104,7 +109,9 @@ TEST(SampledCurve, HoldsOnlyKeysItGivesBackUnchanged) {
 // Through the SDK: a compact curve against the same keys held in full.
 class CompactCurve : public testing::FileTest {
  protected:
-  static FCurveItem* ItemOf(const FCurve& curve) { return dynamic_cast<FCurveItem*>(curve.Lock().get()); }
+  static FCurveItem* ItemOf(const FCurve& curve) {
+    return dynamic_cast<FCurveItem*>(curve.Lock().get());
+  }
   static Parameter Param(const wchar_t* object, const wchar_t* name) {
     X3DObject o = Application().GetActiveSceneRoot().FindChild(object);
     if (!o.IsValid()) o = Application().GetActiveSceneRoot().AddNull(object);
@@ -112,7 +119,8 @@ class CompactCurve : public testing::FileTest {
   }
   static std::vector<double> Values(size_t count) {
     std::vector<double> values;
-    for (const FCurveKeyData& key : UniformKeys(1.0, 1.0, count, I::Linear)) values.push_back(key.value);
+    for (const FCurveKeyData& key : UniformKeys(1.0, 1.0, count, I::Linear))
+      values.push_back(key.value);
     return values;
   }
 };
@@ -178,7 +186,8 @@ TEST_F(CompactCurve, SavesTheSameBytesAndReopensCompact) {
     SCOPED_TRACE(static_cast<int>(interpolation));
     ResetScene();
     FCurve curve = Param(L"a", L"roty").AddSampledFCurve(-2.0, 0.5, Values(50), interpolation);
-    Param(L"a", L"posx").AddFCurve({{.time = 1, .value = 2, .right_dy = 0.5}, {.time = 3, .value = 0}});
+    Param(L"a", L"posx")
+        .AddFCurve({{.time = 1, .value = 2, .right_dy = 0.5}, {.time = 3, .value = 0}});
     const std::string compact_file = Path("compact.scene"), full_file = Path("full.scene");
     ASSERT_TRUE(SaveSceneFile(compact_file).ok);
     ItemOf(curve)->Expand();

@@ -42,20 +42,25 @@ TEST(BvhImport, MatchesTheReferenceReader) {
     fs::remove(json);
 
     ResetScene();
-    const CValue name = RunCommand(L"ImportBVH", {CValue(entry.path().string()), CValue(L"Capture")});
-    const X3DObject model = Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false);
+    const CValue name =
+        RunCommand(L"ImportBVH", {CValue(entry.path().string()), CValue(L"Capture")});
+    const X3DObject model =
+        Application().GetActiveSceneRoot().FindChild(name.GetString(), L"", false);
     ASSERT_TRUE(model.IsValid());
     double size = 1e-9;  // the capture's extent, for a tolerance relative to it
     for (const auto& frame : expected["positions"]) {
-      for (const auto& p : frame) size = std::max({size, std::fabs(p[0].get<double>()), std::fabs(p[1].get<double>())});
+      for (const auto& p : frame)
+        size = std::max({size, std::fabs(p[0].get<double>()), std::fabs(p[1].get<double>())});
     }
     const auto& names = expected["joint_names"];
     for (size_t j = 0; j < names.size(); ++j) {
       const X3DObject joint = model.FindChild(CString(names[j].get<std::string>()));
       ASSERT_TRUE(joint.IsValid()) << names[j];
       for (size_t f = 0; f < expected["positions"].size(); ++f) {
-        const MATH::CVector3 p =
-            joint.GetKinematics().GetGlobal().GetTransform(static_cast<double>(f + 1)).GetTranslation();
+        const MATH::CVector3 p = joint.GetKinematics()
+                                     .GetGlobal()
+                                     .GetTransform(static_cast<double>(f + 1))
+                                     .GetTranslation();
         const auto& want = expected["positions"][f][j];
         EXPECT_NEAR(p.GetX(), want[0].get<double>(), 1e-9 * size);
         EXPECT_NEAR(p.GetY(), want[1].get<double>(), 1e-9 * size);
@@ -64,14 +69,17 @@ TEST(BvhImport, MatchesTheReferenceReader) {
     }
     const Property play = Application().GetActiveProject().GetPlayControl();
     EXPECT_EQ(play.GetParameterValue(L"Out").GetInt(), expected["frame_count_data"].get<int>());
-    EXPECT_EQ(play.GetParameterValue(L"Rate").GetDouble(), std::round(1.0 / expected["frame_time"].get<double>()));
+    EXPECT_EQ(play.GetParameterValue(L"Rate").GetDouble(),
+              std::round(1.0 / expected["frame_time"].get<double>()));
   }
   ResetScene();
 }
 
 const std::string kGood =
-    "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation\n"
-    " JOINT Leg {\n  OFFSET 0 -1 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n   OFFSET 0 -1 0\n  }\n }\n}\n"
+    "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation "
+    "Xrotation Yrotation\n"
+    " JOINT Leg {\n  OFFSET 0 -1 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n  "
+    " OFFSET 0 -1 0\n  }\n }\n}\n"
     "MOTION\nFrames: 2\nFrame Time: 0.04\n0 1 0 0 0 0 90 0 0\n0 1 0 0 0 0 0 0 0\n";
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
@@ -93,20 +101,25 @@ TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
       {"", "line 1: expected 'HIERARCHY'"},
       {kGood.substr(0, kGood.find(" JOINT")), "the hierarchy ends inside joint 'Hips'"},
       {Replaced(kGood, "CHANNELS 3", "CHANNELS 9"), "line 8: a joint has 0 to 6 channels"},
-      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End", "Wrotation Xrotation Yrotation\n  End"),
+      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End",
+                "Wrotation Xrotation Yrotation\n  End"),
        "unknown channel 'Wrotation'"},
-      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End", "Zrotation XROTATION Xrotation\n  End"),
+      {Replaced(kGood, "Zrotation Xrotation Yrotation\n  End",
+                "Zrotation XROTATION Xrotation\n  End"),
        "line 8: joint 'Leg' lists the channel Xrotation twice"},
-      {Replaced(kGood, "6 Xposition Yposition", "6 Xposition Xposition"), "line 5: joint 'Hips' lists the channel Xposition twice"},
+      {Replaced(kGood, "6 Xposition Yposition", "6 Xposition Xposition"),
+       "line 5: joint 'Hips' lists the channel Xposition twice"},
       {Replaced(kGood, "JOINT Leg", "JOINT " + long_name),
        "line 6: the joint name '" + long_name.substr(0, 40) + "...' is longer than 255 characters"},
-      {Replaced(kGood, "0.04", "0"), "line 17: bad frame time '0': it must be above 0 and at most 1 second"},
+      {Replaced(kGood, "0.04", "0"),
+       "line 17: bad frame time '0': it must be above 0 and at most 1 second"},
       {Replaced(kGood, "0.04", "-0.04"), "bad frame time '-0.04'"},
       {Replaced(kGood, "0.04", "nan"), "bad frame time 'nan'"},
       {Replaced(kGood, "0.04", "1.0000001"), "bad frame time '1.0000001'"},
       {Replaced(kGood, "0.04", "1e-310"), "bad frame time '1e-310'"},  // 1 / time is infinite
       {Replaced(kGood, "90", "9x"), "line 18: expected a number, found '9x'"},
-      {Replaced(kGood, "OFFSET 0 -1 0\n  CHANNELS", "OFFSET 0 nan 0\n  CHANNELS"), "expected a number"},
+      {Replaced(kGood, "OFFSET 0 -1 0\n  CHANNELS", "OFFSET 0 nan 0\n  CHANNELS"),
+       "expected a number"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
@@ -115,7 +128,8 @@ TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
     EXPECT_NE(error.find(c.message), std::string::npos) << error;
   }
   // The edges that are still good: a name of the longest length, one frame per second.
-  EXPECT_TRUE(ParseBvh(Replaced(Replaced(kGood, "JOINT Leg", "JOINT " + long_name.substr(1)), "0.04", "1"), &error))
+  EXPECT_TRUE(ParseBvh(
+      Replaced(Replaced(kGood, "JOINT Leg", "JOINT " + long_name.substr(1)), "0.04", "1"), &error))
       << error;
   {  // Through the command: the scene is left as it was.
     ResetScene();
@@ -125,7 +139,9 @@ TEST(BvhImport, BadFilesAreRefusedWithTheLineAndTheRule) {
     EXPECT_EQ(RunCommand(L"ImportBVH", {CValue(path.string()), CValue(L"Bad")}), CValue(false));
     EXPECT_TRUE(Application().GetActiveSceneRoot().GetChildren().empty());
     ASSERT_FALSE(LogLines().empty());
-    EXPECT_NE(LogLines().back().text.GetAsciiString().find("ImportBVH: " + path.string() + ": line"), std::string::npos);
+    EXPECT_NE(
+        LogLines().back().text.GetAsciiString().find("ImportBVH: " + path.string() + ": line"),
+        std::string::npos);
     fs::remove(path);
   }
 }
@@ -134,14 +150,17 @@ TEST(BvhImport, FramesHeldAgainstFramesAnnounced) {
   const fs::path path = fs::temp_directory_path() / "krx_frames.bvh";
   const struct {
     std::string text;
-    int frames;          // imported
+    int frames;           // imported
     const char* warning;  // part of the warning, or none
   } cases[] = {
       {kGood, 2, nullptr},
       // A last frame cut short is dropped.
-      {kGood.substr(0, kGood.rfind("0 1 0 0 0 0 0 0 0")) + "0 1 0", 1, "announces 2 frames but holds only 1; 1 imported"},
-      {Replaced(kGood, "Frames: 2", "Frames: 5"), 2, "announces 5 frames but holds only 2; 2 imported"},
-      {Replaced(kGood, "Frames: 2", "Frames: 1"), 2, "announces 1 frames but holds 2, more than announced; all 2"},
+      {kGood.substr(0, kGood.rfind("0 1 0 0 0 0 0 0 0")) + "0 1 0", 1,
+       "announces 2 frames but holds only 1; 1 imported"},
+      {Replaced(kGood, "Frames: 2", "Frames: 5"), 2,
+       "announces 5 frames but holds only 2; 2 imported"},
+      {Replaced(kGood, "Frames: 2", "Frames: 1"), 2,
+       "announces 1 frames but holds 2, more than announced; all 2"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.frames);
@@ -150,9 +169,15 @@ TEST(BvhImport, FramesHeldAgainstFramesAnnounced) {
     ClearLog();
     const CValue name = RunCommand(L"ImportBVH", {CValue(path.string()), CValue(L"Take")});
     ASSERT_EQ(name.GetType(), ValueType::String);
-    EXPECT_EQ(Application().GetActiveProject().GetPlayControl().GetParameterValue(L"Out").GetInt(), c.frames);
-    const FCurve curve = Application().GetActiveSceneRoot().FindChild(L"Hips").GetKinematics()
-                             .GetLocal().GetParameter(L"posy").GetFCurve();
+    EXPECT_EQ(Application().GetActiveProject().GetPlayControl().GetParameterValue(L"Out").GetInt(),
+              c.frames);
+    const FCurve curve = Application()
+                             .GetActiveSceneRoot()
+                             .FindChild(L"Hips")
+                             .GetKinematics()
+                             .GetLocal()
+                             .GetParameter(L"posy")
+                             .GetFCurve();
     ASSERT_EQ(curve.GetNumKeys(), c.frames);
     EXPECT_TRUE(curve.GetKey(c.frames - 1).time == c.frames && curve.GetKey(0).value == 1.0);
     std::vector<std::string> warnings;

@@ -29,9 +29,13 @@ class ExportTransformsTest : public FileTest {
     put(a, L"posx", 1.0);
     put(a, L"rotz", 90.0);
     put(a.AddNull(L"b"), L"posx", 2.0);
-    EXPECT_TRUE(rig.AddNull(L"c").GetKinematics().GetLocal().GetParameter(L"posy").AddFCurve(
-        {{.time = 1, .value = 0, .interpolation = Interpolation::Linear},
-         {.time = 3, .value = 4, .interpolation = Interpolation::Linear}}).IsValid());
+    EXPECT_TRUE(rig.AddNull(L"c")
+                    .GetKinematics()
+                    .GetLocal()
+                    .GetParameter(L"posy")
+                    .AddFCurve({{.time = 1, .value = 0, .interpolation = Interpolation::Linear},
+                                {.time = 3, .value = 4, .interpolation = Interpolation::Linear}})
+                    .IsValid());
     EXPECT_TRUE(Succeeded(Application().PutCurrentFrame(7.0)));
   }
 
@@ -43,7 +47,8 @@ class ExportTransformsTest : public FileTest {
 };
 
 // px, py, pz, qw, qx, qy, qz; the rotation may come as q or -q.
-void ExpectSample(const Json& sample, const std::array<double, 7>& expected, const std::string& what) {
+void ExpectSample(const Json& sample, const std::array<double, 7>& expected,
+                  const std::string& what) {
   ASSERT_EQ(sample.size(), 7u) << what;
   const double sign = sample[3].get<double>() * expected[3] < 0.0 ? -1.0 : 1.0;
   for (size_t i = 0; i < 7; ++i) {
@@ -60,7 +65,8 @@ TEST_F(ExportTransformsTest, WritesGlobalsOfEveryObjectBelowTheModel) {
   ASSERT_EQ(doc["objects"].size(), 3u);  // depth first, the model itself left out
   const char* names[][2] = {{"a", "Rig"}, {"b", "a"}, {"c", "Rig"}};
   for (size_t i = 0; i < 3; ++i) {
-    EXPECT_TRUE(doc["objects"][i]["name"] == names[i][0] && doc["objects"][i]["parent"] == names[i][1]);
+    EXPECT_TRUE(doc["objects"][i]["name"] == names[i][0] &&
+                doc["objects"][i]["parent"] == names[i][1]);
     ASSERT_EQ(doc["objects"][i]["global"].size(), 3u);
   }
   const double h = std::sqrt(0.5);
@@ -72,9 +78,12 @@ TEST_F(ExportTransformsTest, WritesGlobalsOfEveryObjectBelowTheModel) {
     ExpectSample(doc["objects"][2]["global"][f], {0, 2.0 * f, 5, 1, 0, 0, 0}, "c" + at);
   }
   // Numbers read back to exactly what the scene evaluates.
-  EXPECT_EQ(doc["objects"][1]["global"][1][3].get<double>(),
-            X3DObject(CRef::FromText(L"Rig.b")).GetKinematics().GetGlobal().GetTransform(2.0)
-                .GetRotationQuaternion().GetW());
+  EXPECT_EQ(doc["objects"][1]["global"][1][3].get<double>(), X3DObject(CRef::FromText(L"Rig.b"))
+                                                                 .GetKinematics()
+                                                                 .GetGlobal()
+                                                                 .GetTransform(2.0)
+                                                                 .GetRotationQuaternion()
+                                                                 .GetW());
   EXPECT_EQ(Application().GetCurrentFrame(), 7.0);  // given back
 
   // A range that starts between frames walks in whole steps from its start.

@@ -46,7 +46,8 @@ TEST_F(FileIoTest, FailedWritesLeaveTheOldFile) {
   const std::string target = Path("scene.json");
   ASSERT_TRUE(WriteFileAtomically(target, "old contents", &error)) << error;
   {  // The disk refuses the write half-way (file size limit): the old file stays whole.
-    struct sigaction ignore {}, previous {};
+    struct sigaction ignore {
+    }, previous{};
     ignore.sa_handler = SIG_IGN;
     ASSERT_EQ(::sigaction(SIGXFSZ, &ignore, &previous), 0);
     struct rlimit old_limit {};

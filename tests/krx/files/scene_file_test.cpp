@@ -58,8 +58,8 @@ CStatus OpUpdate(CRef& ref) {
 CStatus PropDefine(CRef& ref) {
   ++g_counts.prop_define;
   CustomProperty(Context(ref).GetSource())
-      .AddParameter(L"gain", ValueType::Double, kCapAnimatable | kCapPersistable, L"Gain", L"",
-                    1.5, 0.0, 10.0);
+      .AddParameter(L"gain", ValueType::Double, kCapAnimatable | kCapPersistable, L"Gain", L"", 1.5,
+                    0.0, 10.0);
   return CStatus::OK;
 }
 
@@ -90,11 +90,12 @@ std::string Describe(const CValue& v) {
 }
 
 std::string Describe(const ParamItem& p) {
-  std::string out = " vt=" + std::to_string(static_cast<int>(p.value_type)) + " caps=" +
-                    std::to_string(p.capabilities) + " label=" + p.label.GetAsciiString() +
+  std::string out = " vt=" + std::to_string(static_cast<int>(p.value_type)) +
+                    " caps=" + std::to_string(p.capabilities) +
+                    " label=" + p.label.GetAsciiString() +
                     " desc=" + p.description.GetAsciiString();
-  for (const CValue* v : {&p.value, &p.default_value, &p.min, &p.max, &p.suggested_min,
-                          &p.suggested_max}) {
+  for (const CValue* v :
+       {&p.value, &p.default_value, &p.min, &p.max, &p.suggested_min, &p.suggested_max}) {
     out += " " + Describe(*v);
   }
   if (p.expression) out += " expr=" + p.expression->GetAsciiString();
@@ -104,7 +105,8 @@ std::string Describe(const ParamItem& p) {
     for (double d : {k.time, k.value, k.left_dx, k.left_dy, k.right_dx, k.right_dy}) {
       out += Number(d) + "/";
     }
-    out += std::to_string(static_cast<int>(k.interpolation)) + (p.fcurve->AutoTangent(i) ? "a" : "");
+    out +=
+        std::to_string(static_cast<int>(k.interpolation)) + (p.fcurve->AutoTangent(i) ? "a" : "");
   }
   if (p.grid) {
     out += " grid=" + std::to_string(p.grid->columns) + "x" + std::to_string(p.grid->rows);
@@ -126,13 +128,14 @@ class SceneFile : public FileTest {
     ClearLog();
     g_counts = PluginCounts();
     std::string error;
-    ASSERT_TRUE(LoadInProcessPlugin(
-        &FileTestEntry,
-        ResolveFromTable({{"FileTestOp_Init", &OpInit}, {"FileTestOp_Update", &OpUpdate},
-                          {"FileTestOp_Term", &OpTerm}, {"FileTestProp_Define", &PropDefine},
-                          {"MyOpenScene_OnEvent", &OnOpenScene},
-                          {"MyNewScene_OnEvent", &OnNewScene}}),
-        &error))
+    ASSERT_TRUE(LoadInProcessPlugin(&FileTestEntry,
+                                    ResolveFromTable({{"FileTestOp_Init", &OpInit},
+                                                      {"FileTestOp_Update", &OpUpdate},
+                                                      {"FileTestOp_Term", &OpTerm},
+                                                      {"FileTestProp_Define", &PropDefine},
+                                                      {"MyOpenScene_OnEvent", &OnOpenScene},
+                                                      {"MyNewScene_OnEvent", &OnNewScene}}),
+                                    &error))
         << error;
     FileTest::SetUp();
   }
@@ -157,7 +160,8 @@ void BuildReferenceScene() {
   const auto local = [](X3DObject o) { return o.GetKinematics().GetLocal(); };
 
   X3DObject hip = rig.AddNull(L"hip");
-  for (const auto& [name, value] : {std::pair{L"rotorder", 3.0}, {L"nposy", 0.5}, {L"rotx", 30.0}}) {
+  for (const auto& [name, value] :
+       {std::pair{L"rotorder", 3.0}, {L"nposy", 0.5}, {L"rotx", 30.0}}) {
     Ok(local(hip).PutParameterValue(name, value));
   }
   FCurve curve = local(hip).GetParameter(L"posx").AddFCurve(
@@ -175,32 +179,31 @@ void BuildReferenceScene() {
 
   X3DObject ctrl = rig.AddNull(L"ctrl");
   CustomProperty controls = ctrl.AddCustomProperty(L"Controls");
-  Parameter amount = controls.AddParameter(L"amount", ValueType::Double,
-                                           kCapAnimatable | kCapPersistable, L"Amount",
-                                           L"How far", 0.25, -1.0, 1.0, -0.5, 0.5);
+  Parameter amount =
+      controls.AddParameter(L"amount", ValueType::Double, kCapAnimatable | kCapPersistable,
+                            L"Amount", L"How far", 0.25, -1.0, 1.0, -0.5, 0.5);
   Ok(amount.PutValue(0.75));
   controls.AddParameter(L"count", ValueType::Int, kCapPersistable, L"Count", L"", 3, 0, 10);
-  Ok(controls.AddParameter(L"title", ValueType::String, kCapPersistable, L"Title", L"",
-                           CString(L"t"))
+  Ok(controls
+         .AddParameter(L"title", ValueType::String, kCapPersistable, L"Title", L"", CString(L"t"))
          .PutValue(CString(std::wstring{L'h', 0xE9, L'\"', 0x2713})));
-  controls.AddParameter(L"flag", ValueType::Bool, kCapReadOnly | kCapNotInspectable, L"Flag",
-                        L"", true);
+  controls.AddParameter(L"flag", ValueType::Bool, kCapReadOnly | kCapNotInspectable, L"Flag", L"",
+                        true);
   GridData grid = controls.AddGridParameter(L"table").GetGridData();
-  for (CStatus status : {grid.PutColumnCount(2), grid.PutRowCount(2),
-                         grid.PutColumnType(0, ValueType::String),
-                         grid.PutColumnType(1, ValueType::Double), grid.PutColumnLabel(1, L"w"),
-                         grid.PutRowLabel(0, L"r0"), grid.PutCell(0, 1, CString(L"j1")),
-                         grid.PutCell(1, 0, 0.1), grid.PutCell(1, 1, 0.2)}) {
+  for (CStatus status :
+       {grid.PutColumnCount(2), grid.PutRowCount(2), grid.PutColumnType(0, ValueType::String),
+        grid.PutColumnType(1, ValueType::Double), grid.PutColumnLabel(1, L"w"),
+        grid.PutRowLabel(0, L"r0"), grid.PutCell(0, 1, CString(L"j1")), grid.PutCell(1, 0, 0.1),
+        grid.PutCell(1, 1, 0.2)}) {
     Ok(status);
   }
   Ok(ctrl.AddProperty(L"FileTestProp").PutParameterValue(L"gain", 2.5));
   const uint8_t bytes[] = {0, 1, 2, 255, 128, 0, 42};
   Ok(UserDataBlob(ctrl.AddProperty(L"UserDataBlob", false, L"Data")).PutValue(bytes, 7));
   EXPECT_TRUE(ctrl.AddProperty(L"Display Property").IsValid());
-  EXPECT_TRUE(
-      rig.AddLinearCurve({CVector3(0, 0, 0), CVector3(1, 2, 3), CVector3(-1.5, 0.25, 1e-7)},
-                         L"path")
-          .IsValid());
+  EXPECT_TRUE(rig.AddLinearCurve({CVector3(0, 0, 0), CVector3(1, 2, 3), CVector3(-1.5, 0.25, 1e-7)},
+                                 L"path")
+                  .IsValid());
 
   X3DObject src = rig.AddNull(L"src");
   Ok(local(src).PutParameterValue(L"posx", 2.0));
@@ -224,7 +227,9 @@ void BuildReferenceScene() {
 // selection; read from the runtime's items, independently of the scene file code.
 std::vector<std::string> SceneFingerprint() {
   std::vector<std::string> lines;
-  const auto text = [](const std::weak_ptr<Item>& w) { return CRef(w).GetAsText().GetAsciiString(); };
+  const auto text = [](const std::weak_ptr<Item>& w) {
+    return CRef(w).GetAsText().GetAsciiString();
+  };
   ForEachSceneItem([&](Item& item) {
     std::string line = FullNameOf(item).GetAsciiString() + " " +
                        std::to_string(static_cast<int>(item.cls)) + " " +
@@ -283,9 +288,15 @@ TEST_F(SceneFile, ReopensHoldingAndEvaluatingTheSame) {
   // It evaluates again: src at x = 2 moved up by amount 0.75 and the _Init data 7, the
   // expression 30 * 2 + 1, the tip turned as the knee.
   EXPECT_TRUE(GlobalAt(L"Rig.dst", 3.0).GetTranslation().Equals(MATH::CVector3(2, 7.75, 0), 1e-12));
-  EXPECT_EQ(X3DObject(CRef::FromText(L"Rig.knee")).GetKinematics().GetLocal().GetParameterValue(L"rotz").GetDouble(), 61.0);
-  EXPECT_TRUE(GlobalAt(L"Rig.tip", 9.0).GetRotationQuaternion().SameRotation(
-      GlobalAt(L"Rig.knee", 9.0).GetRotationQuaternion(), 1e-12));
+  EXPECT_EQ(X3DObject(CRef::FromText(L"Rig.knee"))
+                .GetKinematics()
+                .GetLocal()
+                .GetParameterValue(L"rotz")
+                .GetDouble(),
+            61.0);
+  EXPECT_TRUE(GlobalAt(L"Rig.tip", 9.0)
+                  .GetRotationQuaternion()
+                  .SameRotation(GlobalAt(L"Rig.knee", 9.0).GetRotationQuaternion(), 1e-12));
   ASSERT_TRUE(SaveSceneFile(second).ok);  // nothing lost or added
   EXPECT_EQ(FileBytes(first), FileBytes(second));
 }
@@ -352,7 +363,8 @@ TEST_F(SceneFile, EveryRuleIsCheckedAndTheOpenSceneKept) {
   };
   const auto chain = [&](Json& d) {  // 600 objects, each the child of the one before
     Json link = obj(d, "src");
-    for (int i = 0; i < 600; ++i) d["objects"].push_back((link["parent"] = d["objects"].size() - 1, link));
+    for (int i = 0; i < 600; ++i)
+      d["objects"].push_back((link["parent"] = d["objects"].size() - 1, link));
   };
   const auto nest = [&](Json& d) {
     Json deep = Json::array();
@@ -389,20 +401,30 @@ TEST_F(SceneFile, EveryRuleIsCheckedAndTheOpenSceneKept) {
       {chain, "deeper than 512"},
       {no_posx, "no numeric parameter \"posx\""},
       {[&](Json& d) { kine(d, "src", "rotorder")["value"] = 6; }, "\"rotorder\" is 6, not 0..5"},
-      {[&](Json& d) { std::swap(obj(d, "ctrl")["properties"][0], obj(d, "ctrl")["properties"][1]); },
+      {[&](Json& d) {
+         std::swap(obj(d, "ctrl")["properties"][0], obj(d, "ctrl")["properties"][1]);
+       },
        "kinematics"},
-      {[&](Json& d) { std::swap(kine(d, "hip", "posx")["fcurve"][0], kine(d, "hip", "posx")["fcurve"][1]); },
+      {[&](Json& d) {
+         std::swap(kine(d, "hip", "posx")["fcurve"][0], kine(d, "hip", "posx")["fcurve"][1]);
+       },
        "function curve"},
       {[&](Json& d) { kine(d, "hip", "posx")["fcurve"][0].erase(7); }, "7 fields"},
       {[&](Json& d) { kine(d, "hip", "posx")["fcurve"][0][6] = 4; }, "interpolation"},
-      {[&](Json& d) { kine(d, "knee", "rotz")["expression"] = "* 2 +"; }, "the expression \"* 2 +\""},
-      {[&](Json& d) { ctl(d, "title")["fcurve"] = kine(d, "hip", "posx")["fcurve"]; }, "not a number"},
+      {[&](Json& d) { kine(d, "knee", "rotz")["expression"] = "* 2 +"; },
+       "the expression \"* 2 +\""},
+      {[&](Json& d) { ctl(d, "title")["fcurve"] = kine(d, "hip", "posx")["fcurve"]; },
+       "not a number"},
       {[&](Json& d) { ctl(d, "count")["value"] = 1LL << 40; }, "outside"},
       {[&](Json& d) { ctl(d, "count")["value_type"] = 4; }, "value type 4"},
       {[&](Json& d) { ctl(d, "count")["name"] = "amount"; }, "a second parameter named \"amount\""},
-      {[&](Json& d) { ctl(d, "table")["grid"]["cells"].erase(0); }, "\"cells\" has 3 entries, not 4"},
+      {[&](Json& d) { ctl(d, "table")["grid"]["cells"].erase(0); },
+       "\"cells\" has 3 entries, not 4"},
       {[&](Json& d) { ctl(d, "table")["grid"]["column_types"][0] = 77; }, "column type 77"},
-      {[&](Json& d) { ctl(d, "title")["value"] = {{"ref", "Rig.nobody"}}; }, "\"Rig.nobody\" names nothing"},
+      {[&](Json& d) {
+         ctl(d, "title")["value"] = {{"ref", "Rig.nobody"}};
+       },
+       "\"Rig.nobody\" names nothing"},
       {[&](Json& d) { prop(d, "Data")["bytes"] = "AAE"; }, "base64"},
       {[&](Json& d) { prop(d, "Data")["class"] = 16; }, "not a property class"},
       {[&](Json& d) { tip_constraint(d)[0] = "Rig.gone"; }, "\"Rig.gone\" names nothing"},
@@ -442,7 +464,8 @@ TEST_F(SceneFile, EveryRuleIsCheckedAndTheOpenSceneKept) {
   kine(bad_order, "src", "rotorder")["value"] = 9;
   const std::string bad_text = bad_order.dump();
   std::ofstream(Path("bad.scene")) << bad_text;
-  std::ofstream(Path("cut.scene")) << std::string(bytes.begin(), bytes.begin() + static_cast<long>(bytes.size() / 2));
+  std::ofstream(Path("cut.scene"))
+      << std::string(bytes.begin(), bytes.begin() + static_cast<long>(bytes.size() / 2));
   const Item* root = ActiveScene().root.get();
   for (const char* name : {"cut.scene", "bad.scene"}) {
     const FileResult result = OpenSceneFile(Path(name));

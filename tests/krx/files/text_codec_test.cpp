@@ -9,9 +9,13 @@ namespace KRX::rt::files {
 namespace {
 
 TEST(Base64, KnownVectorsAndStrictDecoding) {
-  const std::pair<std::string, std::string> known[] = {
-      {"", ""},          {"f", "Zg=="},         {"fo", "Zm8="},        {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
+  const std::pair<std::string, std::string> known[] = {{"", ""},
+                                                       {"f", "Zg=="},
+                                                       {"fo", "Zm8="},
+                                                       {"foo", "Zm9v"},
+                                                       {"foob", "Zm9vYg=="},
+                                                       {"fooba", "Zm9vYmE="},
+                                                       {"foobar", "Zm9vYmFy"}};
   for (const auto& [plain, encoded] : known) {
     const std::vector<uint8_t> bytes(plain.begin(), plain.end());
     EXPECT_EQ(EncodeBase64(bytes.data(), bytes.size()), encoded);
@@ -23,8 +27,8 @@ TEST(Base64, KnownVectorsAndStrictDecoding) {
     const std::vector<uint8_t> part(all.begin(), all.begin() + static_cast<long>(n));
     EXPECT_EQ(DecodeBase64(EncodeBase64(part.data(), part.size())), part) << n;
   }
-  for (const char* bad : {"Zg=", "Zg", "Z===", "====", "Zg==Zg==", "Zm9v\n", "Zm9 ", "Zh==",
-                          "Zm9=", "Zm!v", "=Zm9"}) {
+  for (const char* bad : {"Zg=", "Zg", "Z===", "====", "Zg==Zg==", "Zm9v\n", "Zm9 ",
+                          "Zh==", "Zm9=", "Zm!v", "=Zm9"}) {
     EXPECT_FALSE(DecodeBase64(bad).has_value()) << bad;  // refused, not guessed at
   }
 }
