@@ -175,8 +175,7 @@ std::vector<uint8_t> EncodeMotionBlob(const MotionBlobContent& content) {
 }
 
 std::optional<MotionBlobLayout> DecodeMotionBlob(std::span<const uint8_t> bytes,
-                                                 int32_t expected_nodes,
-                                                 int32_t expected_planes) {
+                                                 int32_t expected_nodes, int32_t expected_planes) {
   Reader in(bytes, 0);
   uint32_t magic = 0;
   if (!in.Get(magic) || magic != kMotionBlobMagic) return std::nullopt;
@@ -197,8 +196,7 @@ std::optional<MotionBlobLayout> DecodeMotionBlob(std::span<const uint8_t> bytes,
   layout.node_samples = in.At();
   layout.plane_samples = layout.node_samples + kNodeSampleBytes * size_t(n) * size_t(f);
   layout.source_indices = layout.plane_samples + kPlaneSampleBytes * size_t(p) * size_t(f);
-  if (!in.Skip(frame_bytes * uint64_t(f)) || !in.Skip(4 * uint64_t(n)) ||
-      !in.Get(layout.version)) {
+  if (!in.Skip(frame_bytes * uint64_t(f)) || !in.Skip(4 * uint64_t(n)) || !in.Get(layout.version)) {
     return std::nullopt;
   }
   // A version that is no number counts as the oldest.
