@@ -114,21 +114,22 @@ TEST_F(DirectSceneEventTest, PagesOfTheOldSceneClose) {
 }
 
 // Opening a scene (only) puts each adjusted model's global transform back at the current
-// frame, nested models included: the scene's revision moves, the animated pose stays.
+// frame, nested models included: the put is held as a transient one on the animated
+// parameter, the animated pose stays.
 TEST_F(DirectSceneEventTest, OpeningTouchesAdjustedModelsOnly) {
   KRX::X3DObject hero =
       KRX::Application().GetActiveSceneRoot().AddModel(L"Group").AddModel(L"Hero");
   hero.GetKinematics().GetLocal().GetParameter(L"posx").AddFCurve(
       {{.time = 0.0, .value = 2.0}, {.time = 100.0, .value = 2.0}});
-  const auto revision_moves = [](bool opened) {
-    const uint64_t before = KRX::rt::ActiveScene().revision;
+  const auto puts_back = [](bool opened) {
+    KRX::rt::ActiveScene().eval.transients.clear();
     Fire(opened);
-    return KRX::rt::ActiveScene().revision > before;
+    return !KRX::rt::ActiveScene().eval.transients.empty();
   };
-  EXPECT_FALSE(revision_moves(true));  // not adjusted
+  EXPECT_FALSE(puts_back(true));  // not adjusted
   hero.AddCustomProperty(L"RetargetAdjustPPG");
-  EXPECT_FALSE(revision_moves(false));
-  EXPECT_TRUE(revision_moves(true));
+  EXPECT_FALSE(puts_back(false));
+  EXPECT_TRUE(puts_back(true));
   EXPECT_NEAR(hero.GetKinematics().GetGlobal().GetTransform().GetTranslation().GetX(), 2.0, 1e-12);
 }
 

@@ -131,8 +131,14 @@ class UserDataBlob : public Property {
  public:
   using Property::Property;
   std::vector<uint8_t> GetValue() const;
+  // Bytes equal to those held change nothing (nothing is evaluated again).
   CStatus PutValue(const uint8_t* data, size_t size);
-  // Direct view of the bytes; valid until the next put or the blob's deletion.
+  // Writes `size` bytes at `offset` in place, keeping the blob's length; InvalidArgument
+  // when the range does not lie inside the blob. Unchanged bytes change nothing. An operator
+  // may write this way into a blob it reads while its update runs.
+  CStatus PutRange(size_t offset, const uint8_t* data, size_t size);
+  // Direct view of the bytes; valid until the next PutValue (PutRange keeps it) or the
+  // blob's deletion.
   const std::vector<uint8_t>* GetBytes() const;
   bool IsEmpty() const;
 

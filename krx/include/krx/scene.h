@@ -47,10 +47,13 @@ enum class ClassID : int {
   PluginRegistrar = 29,
   PPGLayout = 30,
   PPGItem = 31,
-  View = 32,         // a desktop view
-  Layout = 33,       // a desktop layout
+  View = 32,    // a desktop view
+  Layout = 33,  // a desktop layout
   Desktop = 34,
   ProgressBar = 35,
+  // The host's own class code for chain bones, as class tests pass it: IsA of this code
+  // is IsA(ChainBone).
+  ChainBoneCode = 77,
 };
 
 class Parameter;
@@ -73,6 +76,9 @@ class CBase : public CRef {
   bool IsValid() const;
   bool IsA(ClassID id) const;
   CRef GetRef() const { return *this; }
+  // The item when IsValid() holds, else null, with one look-up (for the runtime; the item
+  // is opaque to plug-ins).
+  std::shared_ptr<rt::Item> LockValid() const;
 
  protected:
   virtual ClassID HandleClass() const { return ClassID::SIObject; }

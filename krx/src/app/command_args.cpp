@@ -15,17 +15,19 @@ CString TrimBlanks(const std::wstring& s) {
 }
 
 void AddResolved(const CValue& value, std::vector<std::shared_ptr<Item>>& items,
-                 std::vector<CString>* unresolved) {
+                 std::vector<CString>* unresolved, std::vector<bool>* branches) {
   switch (value.GetType()) {
     case ValueType::Empty:
       return;
     case ValueType::Array:
-      for (const CValue& element : value.GetArray()) AddResolved(element, items, unresolved);
+      for (const CValue& element : value.GetArray())
+        AddResolved(element, items, unresolved, branches);
       return;
     case ValueType::Ref: {
       std::shared_ptr<Item> item = value.GetRef().Lock();
       if (item && !item->deleted) {
         items.push_back(item);
+        if (branches) branches->push_back(false);
       } else if (unresolved) {
         unresolved->push_back(CString(L"<deleted item>"));
       }
@@ -39,11 +41,15 @@ void AddResolved(const CValue& value, std::vector<std::shared_ptr<Item>>& items,
   while (start <= text.size()) {
     size_t comma = text.find(L',', start);
     if (comma == std::wstring::npos) comma = text.size();
-    const CString name = TrimBlanks(text.substr(start, comma - start));
+    CString name = TrimBlanks(text.substr(start, comma - start));
+    // "B:name" names the item with everything below it, where the caller takes branches.
+    const bool branch = branches && name.Length() > 2 && name.GetSubString(0, 2) == CString(L"B:");
+    if (branch) name = name.GetSubString(2);
     if (!name.IsEmpty()) {
       std::shared_ptr<Item> item = CRef::FromText(name).Lock();
       if (item && !item->deleted) {
         items.push_back(item);
+        if (branches) branches->push_back(branch);
       } else if (unresolved) {
         unresolved->push_back(name);
       }
@@ -62,8 +68,19 @@ const CValue& Arg(const CValueArray& args, size_t index) {
 std::vector<std::shared_ptr<Item>> ResolveItems(const CValue& value,
                                                 std::vector<CString>* unresolved) {
   std::vector<std::shared_ptr<Item>> items;
-  AddResolved(value, items, unresolved);
+  AddResolved(value, items, unresolved, nullptr);
   return items;
+}
+
+std::vector<std::pair<std::shared_ptr<Item>, bool>> ResolveBranchItems(
+    const CValue& value, std::vector<CString>* unresolved) {
+  std::vector<std::shared_ptr<Item>> items;
+  std::vector<bool> branches;
+  AddResolved(value, items, unresolved, &branches);
+  std::vector<std::pair<std::shared_ptr<Item>, bool>> out;
+  out.reserve(items.size());
+  for (size_t i = 0; i < items.size(); ++i) out.emplace_back(items[i], branches[i]);
+  return out;
 }
 
 std::shared_ptr<Item> ResolveItem(const CValue& value) {

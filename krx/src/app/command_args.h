@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "runtime/item.h"
@@ -19,6 +20,10 @@ const CValue& Arg(const CValueArray& args, size_t index);
 // added to `unresolved` (when given). Deleted items are left out.
 std::vector<std::shared_ptr<Item>> ResolveItems(const CValue& value,
                                                 std::vector<CString>* unresolved = nullptr);
+// The same where a name may carry the prefix "B:" ("B:Model": the model with everything
+// below it); the flag tells which items were named so.
+std::vector<std::pair<std::shared_ptr<Item>, bool>> ResolveBranchItems(
+    const CValue& value, std::vector<CString>* unresolved = nullptr);
 // The first item an argument names, or null.
 std::shared_ptr<Item> ResolveItem(const CValue& value);
 

@@ -138,9 +138,9 @@ CStatus EnumElements(const CValueArray& args, CValue& result) {
 
 // RemoveAllAnimation(items, ...): removes the function curves and expressions of every
 // parameter of the items, or of the selection when no item is given. An item selected
-// as a branch takes everything below it along. The further arguments (what to remove,
-// as a host passes them) are accepted and not needed: curves and expressions are all the
-// animation this host keeps on parameters.
+// as a branch, or named with the prefix "B:", takes everything below it along. The further
+// arguments (what to remove, as a host passes them) are accepted and not needed: curves and
+// expressions are all the animation this host keeps on parameters.
 CStatus RemoveAllAnimation(const CValueArray& args, CValue&) {
   std::vector<std::pair<std::shared_ptr<Item>, bool>> targets;
   if (Arg(args, 0).IsEmpty()) {
@@ -150,9 +150,7 @@ CStatus RemoveAllAnimation(const CValueArray& args, CValue&) {
     }
   } else {
     std::vector<CString> unresolved;
-    for (const auto& item : ResolveItems(Arg(args, 0), &unresolved)) {
-      targets.emplace_back(item, false);
-    }
+    targets = ResolveBranchItems(Arg(args, 0), &unresolved);
     if (!unresolved.empty()) {
       CommandError("RemoveAllAnimation", "nothing is named " + Names(unresolved));
       return CStatus::Fail;

@@ -27,10 +27,6 @@ std::string Indexed(const char* list, size_t index) {
   return std::string(list) + "[" + std::to_string(index) + "]";
 }
 
-bool IsObjectClass(ClassID cls) {
-  return cls >= ClassID::X3DObject && cls <= ClassID::ChainEffector;
-}
-
 bool IsNumber(const CValue& v) {
   const ValueType t = v.GetType();
   return t == ValueType::Int || t == ValueType::Double || t == ValueType::Bool;
@@ -410,6 +406,7 @@ class SceneReader {
         r_.Fail("the target " + Quote(FullNameOf(*target)) + " cannot be connected to an operator");
       }
       port.target = target->weak_from_this();
+      port.item = target;
       has_output = has_output || port.output;
       op.ports.push_back(std::move(port));
     }

@@ -57,10 +57,33 @@ CStatus InvokeCallbackSymbol(const std::string& symbol, CRef& context, bool* fou
   return CallGuarded(fn, symbol, context);
 }
 
+CStatus CallOperatorCallback(CallbackFn fn, const CString& registered_name, const char* suffix,
+                             CRef& context) {
+  try {
+    return fn(context);
+  } catch (const std::exception& e) {
+    Log(CString("Plug-in callback " + CallbackPrefix(registered_name) + suffix +
+                " failed: " + e.what()),
+        kSeverityError);
+  } catch (...) {
+    Log(CString("Plug-in callback " + CallbackPrefix(registered_name) + suffix +
+                " failed with an unknown exception"),
+        kSeverityError);
+  }
+  return CStatus::Fail;
+}
+
+namespace {
+uint64_t g_callback_generation = 1;
+}  // namespace
+
+uint64_t CallbackGeneration() { return g_callback_generation; }
+void BumpCallbackGeneration() { ++g_callback_generation; }
+
 CStatus InvokeCallback(const CString& registered_name, const char* suffix, CRef& context,
                        bool* found) {
-  return InvokeCallbackSymbol(CallbackPrefix(registered_name) + (suffix ? suffix : ""),
-                              context, found);
+  return InvokeCallbackSymbol(CallbackPrefix(registered_name) + (suffix ? suffix : ""), context,
+                              found);
 }
 
 bool IsRegisteredOperator(const CString& name) {

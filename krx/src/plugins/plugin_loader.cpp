@@ -7,6 +7,7 @@
 
 #include "plugins/plugin_items.h"
 #include "plugins/plugin_registry.h"
+#include "runtime/callbacks.h"
 #include "runtime/scene_state.h"
 
 namespace KRX::rt {
@@ -79,7 +80,10 @@ CallbackFn ResolveInModule(const PluginModule& module, const std::string& symbol
   return reinterpret_cast<CallbackFn>(dlsym(RTLD_DEFAULT, symbol.c_str()));
 }
 
-void InvalidateCallbackCache() { Registry().cache.clear(); }
+void InvalidateCallbackCache() {
+  Registry().cache.clear();
+  BumpCallbackGeneration();
+}
 
 int FindCommandOwner(const CString& name, RegisteredCommand* command) {
   const std::vector<LoadedPluginInfo>& infos = Registry().infos;
@@ -135,8 +139,8 @@ bool LoadInProcessPlugin(LoadPluginFn entry, CallbackResolver resolver, std::str
 }
 
 CallbackResolver ResolveFromTable(std::vector<std::pair<std::string, CallbackFn>> table) {
-  auto shared = std::make_shared<const std::vector<std::pair<std::string, CallbackFn>>>(
-      std::move(table));
+  auto shared =
+      std::make_shared<const std::vector<std::pair<std::string, CallbackFn>>>(std::move(table));
   return [shared](const std::string& symbol) -> CallbackFn {
     for (const auto& [name, fn] : *shared) {
       if (name == symbol) return fn;

@@ -1,6 +1,7 @@
 // How the runtime reaches plug-in code: callbacks found by name in the loaded modules.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "krx/plugin.h"
@@ -21,6 +22,15 @@ CStatus InvokeCallback(const CString& registered_name, const char* suffix, CRef&
 // "TagMenuItem", scene event callbacks such as "MyNewScene_OnEvent").
 CallbackFn FindCallbackSymbol(const std::string& symbol);
 CStatus InvokeCallbackSymbol(const std::string& symbol, CRef& context, bool* found = nullptr);
+
+// Calls a callback already found (an operator's _Update kept on the operator) as
+// InvokeCallback does; the symbol for a failure's message is built only then.
+CStatus CallOperatorCallback(CallbackFn fn, const CString& registered_name, const char* suffix,
+                             CRef& context);
+// Moves whenever what a callback name resolves to may change (a plug-in loaded or unloaded,
+// an in-process callback registered); a callback kept from before must be found again.
+uint64_t CallbackGeneration();
+void BumpCallbackGeneration();
 
 // The symbol prefix of a registered name: the name with its blanks removed, one byte per
 // character ("Rig to Rig" -> "RigtoRig").

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "anim/fcurve_eval.h"
@@ -23,6 +24,13 @@ struct ContextItem;
 struct ParamItem;
 struct ConstraintItem;
 struct ObjectItem;
+
+// Parameters of an item by name, for items with many parameters; valid while `stamp`
+// equals the structure stamp (adding, renaming or deleting a parameter moves it).
+struct ParamIndex {
+  uint64_t stamp = 0;
+  std::unordered_map<std::wstring, ParamItem*> by_name;
+};
 
 struct Item : std::enable_shared_from_this<Item> {
   explicit Item(ClassID c) : cls(c) {}
@@ -42,6 +50,14 @@ struct Item : std::enable_shared_from_this<Item> {
   // Operators whose first output is this item (kinematic states, parameters, blobs,
   // curve geometry).
   std::vector<std::shared_ptr<Item>> operators;
+  // Evaluation bookkeeping (krx/src/scene). What must be evaluated again when this item
+  // changes, beyond what its place implies (an object's children, a parameter's object):
+  // operators reading it, parameters whose expression reads it, objects constrained to it.
+  // Valid while `dependents_stamp` equals the scene's dependency stamp.
+  std::vector<Item*> dependents;
+  uint64_t dependents_stamp = 0;
+  uint64_t visit_mark = 0;                  // the last invalidation walk that reached the item
+  std::unique_ptr<ParamIndex> param_index;  // built on the first look-up by name
 };
 
 // A function curve holds its keys in one of two forms. The full form is `keys` with
@@ -155,7 +171,15 @@ struct EvalCache {
   MATH::CTransformation global;
   MATH::CTransformation parent_global;  // the parent's global the local is relative to
   bool complete = false;                // false while the object is still being evaluated
+  // The local transform has not been composed from the parameters yet: an operator
+  // overwrites the object's state, so it is composed only when someone asks for the value
+  // before that write.
+  bool local_pending = false;
 };
+
+// Objects and operators keep their results for this many times, so that reads alternating
+// between a few times (the current frame and a frame being plotted) find them again.
+inline constexpr size_t kCachedTimes = 4;
 
 // Local kinematic parameters in evaluation order: posx..posz, rotx..rotz, sclx..sclz,
 // rotorder, nposx..nposz, nrotx..nrotz, nsclx..nsclz. The global state carries the first
@@ -180,9 +204,11 @@ struct ObjectItem : Item {
   std::vector<std::shared_ptr<ObjectItem>> children;
   std::shared_ptr<KinematicsItem> kinematics;
   std::vector<MATH::CVector3> curve_points;  // curve objects: control points, own space
-  EvalCache cache;
+  // Evaluated poses by time; an entry being filled has `complete` false (re-entrance guard).
+  std::array<EvalCache, kCachedTimes> cache;
+  uint32_t next_cache = 0;  // the entry to reuse next when all hold valid poses
   KineBinding binding;
-  bool evaluating = false;  // re-entrance guard while this object is being evaluated
+  int evaluating = 0;  // entries being filled
   bool cycle_reported = false;
 };
 
@@ -193,8 +219,18 @@ struct PortResult {
   std::optional<std::vector<MATH::CVector3>> points;
 };
 
+// One run of an operator: its time, the scene revision it ran at (0 = none) and what it
+// wrote, indexed like the operator's ports.
+struct OperatorRun {
+  double time = 0.0;
+  uint64_t revision = 0;
+  bool running = false;
+  std::vector<PortResult> results;
+};
+
 struct PortData {
   std::weak_ptr<Item> target;
+  Item* item = nullptr;  // the target while it lives (checked through `target` before use)
   CString name;
   CString group;
   bool output = false;
@@ -212,16 +248,19 @@ struct OperatorItem : Item {
   int construction_mode = 0;
   void* user_data = nullptr;  // per-instance data of the plug-in
   bool initialised = false;   // _Init ran, _Term pending
-  bool running = false;       // cycle guard
+  int running = 0;            // runs in progress (at different times)
   bool cycle_reported = false;
   // Evaluation state (krx/src/scene): order of connection (operators writing the same
-  // target run in this order), the time and revision of the last run and what it wrote
-  // (indexed like `ports`), and the context its callbacks receive.
+  // target run in this order), its last runs by time, and the context its callbacks
+  // receive.
   uint64_t connect_order = 0;
-  double run_time = 0.0;
-  uint64_t run_revision = 0;  // 0 = never ran
-  std::vector<PortResult> results;
+  std::array<OperatorRun, kCachedTimes> runs;
+  uint32_t next_run = 0;
   std::shared_ptr<ContextItem> context;
+  // The plug-in's _Update, resolved when the operator is initialised and again only when
+  // the loaded callbacks change (`update_generation`, see CallbackGeneration).
+  CallbackFn update = nullptr;
+  uint64_t update_generation = 0;
 };
 
 // What a callback receives. Created by the caller for the duration of one call (commands,
@@ -238,8 +277,64 @@ struct ContextItem : Item {
   std::optional<MATH::CTransformation> output_transform;
   std::optional<CValue> output_value;
   std::optional<std::vector<MATH::CVector3>> output_points;
-  // The output's value before the operator's write (GetOutputTransform).
-  MATH::CTransformation output_current;
+  // The object of the kinematic state being written (null for other outputs) and which
+  // state: GetOutputTransform gives its value before the operator's write.
+  ObjectItem* output_object = nullptr;
+  bool output_global = false;
 };
+
+// Class tests by ID, for the evaluation's and the handles' hot paths.
+inline bool IsObjectClass(ClassID cls) {
+  switch (cls) {
+    case ClassID::X3DObject:
+    case ClassID::Model:
+    case ClassID::Null:
+    case ClassID::Primitive:
+    case ClassID::Curve:
+    case ClassID::ChainRoot:
+    case ClassID::ChainBone:
+    case ClassID::ChainEffector:
+      return true;
+    default:
+      return false;
+  }
+}
+
+template <typename T>
+bool ItemIs(const Item& item) {
+  return dynamic_cast<const T*>(&item) != nullptr;
+}
+template <>
+inline bool ItemIs<Item>(const Item&) {
+  return true;
+}
+template <>
+inline bool ItemIs<ObjectItem>(const Item& item) {
+  return IsObjectClass(item.cls);
+}
+template <>
+inline bool ItemIs<ParamItem>(const Item& item) {
+  return item.cls == ClassID::Parameter;
+}
+template <>
+inline bool ItemIs<KineStateItem>(const Item& item) {
+  return item.cls == ClassID::KinematicState;
+}
+template <>
+inline bool ItemIs<BlobItem>(const Item& item) {
+  return item.cls == ClassID::UserDataBlob;
+}
+template <>
+inline bool ItemIs<OperatorItem>(const Item& item) {
+  return item.cls == ClassID::CustomOperator;
+}
+template <>
+inline bool ItemIs<ContextItem>(const Item& item) {
+  return item.cls == ClassID::Context;
+}
+template <>
+inline bool ItemIs<FCurveItem>(const Item& item) {
+  return item.cls == ClassID::FCurve;
+}
 
 }  // namespace KRX::rt

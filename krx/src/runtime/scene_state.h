@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "runtime/item.h"
@@ -26,6 +27,14 @@ struct SceneEvalState {
   // Parameters holding a transient put (all at `transient_time`).
   std::vector<std::weak_ptr<ParamItem>> transients;
   double transient_time = 0.0;
+  // The structure stamp the items' dependents lists were built at (0 = never).
+  uint64_t dependents_stamp = 0;
+  // Something was evaluated since the revision last moved: a change must then invalidate
+  // what depends on it (before, nothing is cached and moving the revision is enough).
+  bool evaluated = false;
+  // Invalidations held back while a read is in progress: the item changed and the
+  // operator left out.
+  std::vector<std::pair<std::weak_ptr<Item>, std::weak_ptr<Item>>> pending_invalidations;
 };
 
 struct Scene {

@@ -209,7 +209,7 @@ namespace {
 // chain's start, and the evaluated bone aims at where its end goes.
 bool SolveWholeChain(ObjectItem& root, ObjectItem& first_bone, ObjectItem& bone, int index,
                      int count, const CVector3& target, double time, CRotation& rotation) {
-  EvalCache& cache = bone.cache;
+  EvalCache& cache = *CacheAt(bone, time);
   const CVector3 here = cache.global.GetTranslation();
   const CVector3 start =
       index == 0 ? here : EvaluateObject(first_bone, time).global.GetTranslation();
@@ -257,7 +257,7 @@ void ApplyChainSolve(ObjectItem& bone, double time) {
     ++count;
   }
   if (!effector || !first_bone || index < 0) return;
-  EvalCache& cache = bone.cache;
+  EvalCache& cache = *CacheAt(bone, time);
   const CVector3 target = EvaluateObject(*effector, time).global.GetTranslation();
   const CVector3 here = cache.global.GetTranslation();
   CRotation rotation;

@@ -38,6 +38,14 @@ void DeriveLocal(EvalCache& cache) {
   cache.local = MATH::MapWorldPoseToObjectSpace(cache.parent_global, cache.global);
 }
 
+// Composes the local transform an operator has not overwritten yet.
+void ResolvePending(ObjectItem& object, EvalCache& cache) {
+  if (!cache.local_pending) return;
+  cache.local_pending = false;
+  cache.local = LocalFromParams(object, cache.time);
+  cache.global = CTransformation::Mul(cache.local, cache.parent_global);
+}
+
 ObjectItem* ConstrainingObject(const ConstraintItem& constraint) {
   for (const auto& weak : constraint.constraining) {
     std::shared_ptr<Item> item = weak.lock();
@@ -48,13 +56,12 @@ ObjectItem* ConstrainingObject(const ConstraintItem& constraint) {
   return nullptr;
 }
 
-void ApplyConstraints(ObjectItem& object, double time) {
+void ApplyConstraints(ObjectItem& object, EvalCache& cache, double time) {
   for (size_t i = 0; i < object.binding.constraints.size(); ++i) {
     const ConstraintItem& constraint = *object.binding.constraints[i];
     ObjectItem* source = ConstrainingObject(constraint);
     if (!source) continue;
     const Pose driver = EvaluateObject(*source, time);
-    EvalCache& cache = object.cache;
     if (constraint.type == L"Position Cns") {
       cache.global.SetTranslation(driver.global.GetTranslation());
     } else if (constraint.type == L"Orientation Cns") {
@@ -68,11 +75,11 @@ void ApplyConstraints(ObjectItem& object, double time) {
 
 // Global parameters driven by a curve, an expression or a transient put replace their
 // component of the global transform.
-void ApplyDrivenGlobals(ObjectItem& object, double time) {
+void ApplyDrivenGlobals(ObjectItem& object, EvalCache& cache, double time) {
   ParamItem* order_param = object.binding.local[kRotOrderIndex];
   const MATH::RotationOrder order =
       RotationOrderFrom(order_param ? EvaluateParamDouble(*order_param, time) : 0.0);
-  SrtValues values = DecomposeSrt(object.cache.global, order);
+  SrtValues values = DecomposeSrt(cache.global, order);
   bool any = false;
   for (size_t i = 0; i < kGlobalKineParamCount; ++i) {
     ParamItem* p = object.binding.global[i];
@@ -83,22 +90,46 @@ void ApplyDrivenGlobals(ObjectItem& object, double time) {
     any = true;
   }
   if (!any) return;
-  object.cache.global = ComposeSrt(values.data(), order);
-  DeriveLocal(object.cache);
+  cache.global = ComposeSrt(values.data(), order);
+  DeriveLocal(cache);
 }
 
-// An object asked for while it is being evaluated.
-Pose Reentered(ObjectItem& object, double time) {
-  const EvalCache& cache = object.cache;
-  if (cache.time == time && cache.revision == ActiveScene().revision) {
-    if (!IsOwnOutputRead(object)) ReportCycle(object);
-    return {cache.local, cache.global};
+EvalCache* FindEntry(ObjectItem& object, double time, uint64_t revision) {
+  for (EvalCache& entry : object.cache) {
+    if (entry.revision == revision && entry.time == time) return &entry;
   }
-  // At another time: what its own parameters and its parent give, without caching.
+  return nullptr;
+}
+
+// An entry to fill at `time`: one out of date, else the oldest complete one. Null when
+// every entry is being filled (reads nested across more times than are kept).
+EvalCache* ClaimEntry(ObjectItem& object, uint64_t revision) {
+  for (EvalCache& entry : object.cache) {
+    if (entry.revision != revision) return &entry;
+  }
+  for (size_t k = 0; k < kCachedTimes; ++k) {
+    const size_t index = (object.next_cache + k) % kCachedTimes;
+    if (object.cache[index].complete) {
+      object.next_cache = static_cast<uint32_t>((index + 1) % kCachedTimes);
+      return &object.cache[index];
+    }
+  }
+  return nullptr;
+}
+
+// What the object's parameters and its parent give, uncached.
+Pose Uncached(ObjectItem& object, double time) {
   CTransformation parent_global;
   if (object.binding.parent) parent_global = EvaluateObject(*object.binding.parent, time).global;
   const CTransformation local = LocalFromParams(object, time);
   return {local, CTransformation::Mul(local, parent_global)};
+}
+
+// An object asked for while it is being evaluated at that time: its value so far.
+Pose Reentered(ObjectItem& object, EvalCache& cache) {
+  ReportCycle(object);
+  ResolvePending(object, cache);
+  return {cache.local, cache.global};
 }
 
 void AddWriters(std::vector<OperatorItem*>& out, const Item* state) {
@@ -148,40 +179,58 @@ void EnsureObjectBinding(ObjectItem& object) {
   AddWriters(binding.writers, kine ? kine->local.get() : nullptr);
   AddWriters(binding.writers, kine ? kine->global.get() : nullptr);
   std::sort(binding.writers.begin(), binding.writers.end(),
-            [](const OperatorItem* a, const OperatorItem* b) { return a->connect_order < b->connect_order; });
+            [](const OperatorItem* a, const OperatorItem* b) {
+              return a->connect_order < b->connect_order;
+            });
   binding.stamp = StructureStamp();
 }
 
 Pose EvaluateObject(ObjectItem& object, double time) {
-  EvalCache& cache = object.cache;
   const uint64_t revision = ActiveScene().revision;
-  if (cache.complete && cache.time == time && cache.revision == revision) {
-    return {cache.local, cache.global};
+  if (EvalCache* entry = FindEntry(object, time, revision)) {
+    if (entry->complete) return {entry->local, entry->global};
+    return Reentered(object, *entry);
   }
-  if (object.evaluating) return Reentered(object, time);
   EnsureObjectBinding(object);
   CTransformation parent_global;
   if (object.binding.parent) parent_global = EvaluateObject(*object.binding.parent, time).global;
   // The parent's operators may have read (and so evaluated) this object meanwhile.
-  if (cache.complete && cache.time == time && cache.revision == revision) {
-    return {cache.local, cache.global};
+  if (EvalCache* entry = FindEntry(object, time, revision); entry && entry->complete) {
+    return {entry->local, entry->global};
   }
-  object.evaluating = true;
+  EvalCache* claimed = ClaimEntry(object, revision);
+  if (!claimed) return Uncached(object, time);
+  NoteEvaluated();
+  EvalCache& cache = *claimed;
+  ++object.evaluating;
   cache.time = time;
   cache.revision = revision;
   cache.complete = false;
   cache.parent_global = parent_global;
-  cache.local = LocalFromParams(object, time);
-  cache.global = CTransformation::Mul(cache.local, parent_global);
-  if (!object.binding.constraints.empty()) ApplyConstraints(object, time);
-  if (object.cls == ClassID::ChainBone) ApplyChainSolve(object, time);
-  if (object.binding.global_driven) ApplyDrivenGlobals(object, time);
-  for (size_t i = 0; i < object.binding.writers.size(); ++i) {
-    ApplyWriter(*object.binding.writers[i], object, time);
+  const KineBinding& binding = object.binding;
+  // An object whose state operators overwrite composes its local from the parameters only
+  // when something asks for the value before their write (see ResolvePending).
+  cache.local_pending = !binding.writers.empty() && binding.constraints.empty() &&
+                        !binding.global_driven && object.cls != ClassID::ChainBone;
+  if (!cache.local_pending) {
+    cache.local = LocalFromParams(object, time);
+    cache.global = CTransformation::Mul(cache.local, parent_global);
   }
+  if (!binding.constraints.empty()) ApplyConstraints(object, cache, time);
+  if (object.cls == ClassID::ChainBone) ApplyChainSolve(object, time);
+  if (binding.global_driven) ApplyDrivenGlobals(object, cache, time);
+  for (size_t i = 0; i < binding.writers.size(); ++i)
+    ApplyWriter(*binding.writers[i], object, time);
+  ResolvePending(object, cache);
   cache.complete = true;
-  object.evaluating = false;
+  --object.evaluating;
   return {cache.local, cache.global};
+}
+
+EvalCache* CacheAt(ObjectItem& object, double time) {
+  EvalCache* entry = FindEntry(object, time, ActiveScene().revision);
+  if (entry) ResolvePending(object, *entry);
+  return entry;
 }
 
 bool IsDriven(ObjectItem& object) {
@@ -191,9 +240,14 @@ bool IsDriven(ObjectItem& object) {
 }
 
 void WriteState(ObjectItem& object, bool global, const CTransformation& transform, double time) {
-  EvaluateObject(object, time);
-  EvalCache& cache = object.cache;
-  if (cache.time != time || cache.revision != ActiveScene().revision) return;
+  EvalCache* entry = FindEntry(object, time, ActiveScene().revision);
+  if (!entry) {
+    EvaluateObject(object, time);
+    entry = FindEntry(object, time, ActiveScene().revision);
+    if (!entry) return;
+  }
+  EvalCache& cache = *entry;
+  cache.local_pending = false;
   if (global) {
     cache.global = transform;
     DeriveLocal(cache);
@@ -206,7 +260,8 @@ void WriteState(ObjectItem& object, bool global, const CTransformation& transfor
 int KineParamIndex(ObjectItem& object, const ParamItem& param, bool global) {
   EnsureObjectBinding(object);
   const size_t count = global ? kGlobalKineParamCount : kLocalKineParamCount;
-  const ParamItem* const* slots = global ? object.binding.global.data() : object.binding.local.data();
+  const ParamItem* const* slots =
+      global ? object.binding.global.data() : object.binding.local.data();
   for (size_t i = 0; i < count; ++i) {
     if (slots[i] == &param) return static_cast<int>(i);
   }
@@ -218,11 +273,13 @@ CStatus PutStateTransform(KineStateItem& state, const CTransformation& transform
   if (!object || state.deleted) return CStatus::Fail;
   if (ContextItem* context = RunningOutputContext(state)) {
     // Inside the update of the operator writing this object: its write.
-    const auto* output =
-        dynamic_cast<const KineStateItem*>(OutputTargetOf(*context->op, context->output_index).get());
+    const auto* output = dynamic_cast<const KineStateItem*>(
+        OutputTargetOf(*context->op, context->output_index).get());
     CTransformation written = transform;
     if (output && output->global != state.global) {
-      const CTransformation& parent_global = object->cache.parent_global;
+      EvaluateObject(*object, context->time);
+      const EvalCache* entry = CacheAt(*object, context->time);
+      const CTransformation parent_global = entry ? entry->parent_global : CTransformation();
       written = state.global ? MATH::MapWorldPoseToObjectSpace(parent_global, transform)
                              : CTransformation::Mul(transform, parent_global);
     }
@@ -240,7 +297,8 @@ CStatus PutStateTransform(KineStateItem& state, const CTransformation& transform
   double v[kLocalKineParamCount];
   ReadKineValues(*object, at, v);
   const MATH::RotationOrder order = RotationOrderFrom(v[kRotOrderIndex]);
-  if (!IsIdentitySrt(v + 10)) local = MATH::MapWorldPoseToObjectSpace(ComposeSrt(v + 10, order), local);
+  if (!IsIdentitySrt(v + 10))
+    local = MATH::MapWorldPoseToObjectSpace(ComposeSrt(v + 10, order), local);
   const SrtValues values = DecomposeSrt(local, order);
   std::array<ParamItem*, kLocalKineParamCount> params = object->binding.local;
   for (size_t i = 0; i < kGlobalKineParamCount; ++i) {

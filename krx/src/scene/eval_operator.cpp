@@ -1,6 +1,7 @@
 // Running operators: the writer index, dependency order through input pulls, one _Update
 // per output port, writes into the targets' caches, cycles, and the operators' life cycle.
 #include <algorithm>
+#include <optional>
 
 #include "runtime/callbacks.h"
 #include "runtime/log.h"
@@ -33,122 +34,205 @@ std::vector<OpFrame>& Frames() {
 
 uint64_t g_connect_counter = 0;
 
-const ObjectItem* ObjectOfTarget(const Item& target) {
-  if (auto* state = dynamic_cast<const KineStateItem*>(&target)) return state->object;
-  return dynamic_cast<const ObjectItem*>(&target);
+// The port's target while it lives and is in the scene.
+Item* LiveTarget(const PortData& port) {
+  if (port.target.expired() || !port.item || port.item->deleted) return nullptr;
+  return port.item;
+}
+
+ObjectItem* ObjectOfTarget(Item& target) {
+  if (target.cls == ClassID::KinematicState) return static_cast<KineStateItem&>(target).object;
+  return ItemIs<ObjectItem>(target) ? static_cast<ObjectItem*>(&target) : nullptr;
 }
 
 bool WritesObject(const OperatorItem& op, const ObjectItem& object) {
   for (const PortData& port : op.ports) {
     if (!port.output) continue;
-    std::shared_ptr<Item> target = port.target.lock();
-    auto* state = dynamic_cast<const KineStateItem*>(target.get());
-    if (state && state->object == &object) return true;
+    Item* target = LiveTarget(port);
+    if (target && target->cls == ClassID::KinematicState &&
+        static_cast<KineStateItem*>(target)->object == &object) {
+      return true;
+    }
   }
   return false;
 }
 
 void PullTarget(Item& target, double time) {
-  if (auto* state = dynamic_cast<KineStateItem*>(&target)) {
-    if (state->object) EvaluateObject(*state->object, time);
-  } else if (auto* param = dynamic_cast<ParamItem*>(&target)) {
-    EvaluateParamValue(*param, time);
-  } else if (auto* object = dynamic_cast<ObjectItem*>(&target)) {
-    EvaluateCurvePoints(*object, time);
-  }
-}
-
-// The output's value before the operator writes it.
-void PrepareOutput(ContextItem& context, Item& target, double time) {
-  context.output_current = MATH::CTransformation();
-  if (auto* state = dynamic_cast<KineStateItem*>(&target); state && state->object) {
-    const Pose pose = EvaluateObject(*state->object, time);
-    context.output_current = state->global ? pose.global : pose.local;
+  if (target.cls == ClassID::KinematicState) {
+    if (ObjectItem* object = static_cast<KineStateItem&>(target).object)
+      EvaluateObject(*object, time);
+  } else if (target.cls == ClassID::Parameter) {
+    EvaluateParamValue(static_cast<ParamItem&>(target), time);
+  } else if (ItemIs<ObjectItem>(target)) {
+    EvaluateCurvePoints(static_cast<ObjectItem&>(target), time);
   }
 }
 
 void ApplyResult(Item& target, const PortResult& result, double time) {
-  if (auto* state = dynamic_cast<KineStateItem*>(&target)) {
-    if (state->object && result.transform) WriteState(*state->object, state->global, *result.transform, time);
-  } else if (auto* object = dynamic_cast<ObjectItem*>(&target)) {
-    if (result.points) object->curve_points = *result.points;
+  if (target.cls == ClassID::KinematicState) {
+    auto& state = static_cast<KineStateItem&>(target);
+    if (state.object && result.transform)
+      WriteState(*state.object, state.global, *result.transform, time);
+  } else if (ItemIs<ObjectItem>(target)) {
+    if (result.points) static_cast<ObjectItem&>(target).curve_points = *result.points;
   }
 }
 
-// Puts the results of the operator's last run back into `target` (an object being
-// evaluated again at the same time and revision).
-void Reapply(OperatorItem& op, Item& target) {
-  auto* object = dynamic_cast<ObjectItem*>(&target);
-  for (size_t i = 0; i < op.ports.size() && i < op.results.size(); ++i) {
+// Puts the results of the operator's run back into `target` (an object being evaluated
+// again at the run's time and revision).
+void Reapply(OperatorItem& op, const OperatorRun& run, Item& target) {
+  ObjectItem* object = ItemIs<ObjectItem>(target) ? static_cast<ObjectItem*>(&target) : nullptr;
+  for (size_t i = 0; i < op.ports.size() && i < run.results.size(); ++i) {
     if (!op.ports[i].output) continue;
-    std::shared_ptr<Item> port_target = op.ports[i].target.lock();
-    if (!port_target || port_target->deleted) continue;
-    const bool same = port_target.get() == &target;
-    auto* state = dynamic_cast<KineStateItem*>(port_target.get());
-    const bool state_of_object = object && state && state->object == object;
-    if (same || state_of_object) ApplyResult(*port_target, op.results[i], op.run_time);
+    Item* port_target = LiveTarget(op.ports[i]);
+    if (!port_target) continue;
+    const bool same = port_target == &target;
+    const bool state_of_object = object && port_target->cls == ClassID::KinematicState &&
+                                 static_cast<KineStateItem*>(port_target)->object == object;
+    if (same || state_of_object) ApplyResult(*port_target, run.results[i], run.time);
+  }
+}
+
+// A run to fill: one out of date, else the oldest finished one; null when every run is in
+// progress.
+OperatorRun* ClaimRun(OperatorItem& op, uint64_t revision) {
+  for (OperatorRun& run : op.runs) {
+    if (!run.running && run.revision != revision) return &run;
+  }
+  for (size_t k = 0; k < kCachedTimes; ++k) {
+    const size_t index = (op.next_run + k) % kCachedTimes;
+    if (!op.runs[index].running) {
+      op.next_run = static_cast<uint32_t>((index + 1) % kCachedTimes);
+      return &op.runs[index];
+    }
+  }
+  return nullptr;
+}
+
+// The plug-in's _Update, resolved once per change of the loaded callbacks.
+CallbackFn UpdateCallback(OperatorItem& op) {
+  const uint64_t generation = CallbackGeneration();
+  if (op.update_generation != generation) {
+    op.update = FindCallback(op.op_type, "_Update");
+    op.update_generation = generation;
+  }
+  return op.update;
+}
+
+// What a run at another time, nested in a running one, must give back to it.
+struct ContextState {
+  double time = 0.0;
+  int output_index = -1;
+  std::optional<MATH::CTransformation> output_transform;
+  std::optional<CValue> output_value;
+  std::optional<std::vector<MATH::CVector3>> output_points;
+  ObjectItem* output_object = nullptr;
+  bool output_global = false;
+};
+
+ContextState SaveContext(const ContextItem& c) {
+  return {c.time,          c.output_index,  c.output_transform, c.output_value,
+          c.output_points, c.output_object, c.output_global};
+}
+
+void RestoreContext(ContextItem& c, ContextState&& saved) {
+  c.time = saved.time;
+  c.output_index = saved.output_index;
+  c.output_transform = std::move(saved.output_transform);
+  c.output_value = std::move(saved.output_value);
+  c.output_points = std::move(saved.output_points);
+  c.output_object = saved.output_object;
+  c.output_global = saved.output_global;
+}
+
+// An operator writing an object and its parent may write the child first: its local is
+// derived again against the parent as the operator left it.
+void RederiveChildren(OperatorItem& op, const OperatorRun& run, double time) {
+  for (size_t i = 0; i < op.ports.size() && i < run.results.size(); ++i) {
+    Item* target =
+        op.ports[i].output && run.results[i].transform ? LiveTarget(op.ports[i]) : nullptr;
+    if (!target || target->cls != ClassID::KinematicState) continue;
+    ObjectItem* object = static_cast<KineStateItem*>(target)->object;
+    ObjectItem* parent = object ? object->binding.parent : nullptr;
+    if (!parent || !WritesObject(op, *parent)) continue;
+    EvalCache* entry = CacheAt(*object, time);
+    const EvalCache* parent_entry = CacheAt(*parent, time);
+    if (!entry || !parent_entry) continue;
+    entry->parent_global = parent_entry->global;
+    if (static_cast<KineStateItem*>(target)->global) {
+      entry->local = MATH::MapWorldPoseToObjectSpace(entry->parent_global, entry->global);
+    } else {
+      entry->global = MATH::CTransformation::Mul(entry->local, entry->parent_global);
+    }
   }
 }
 
 void RunOperator(OperatorItem& op, double time) {
   const uint64_t revision = ActiveScene().revision;
+  OperatorRun* claimed = ClaimRun(op, revision);
+  if (!claimed) return;
+  OperatorRun& run = *claimed;
+  NoteEvaluated();
   const std::shared_ptr<Item> keep = op.shared_from_this();
   ContextItem& context = OperatorContextOf(op);
-  op.running = true;
+  std::optional<ContextState> saved;
+  if (op.running > 0) saved = SaveContext(context);
+  ++op.running;
+  run.running = true;
+  run.time = time;
+  run.revision = revision;
   Frames().push_back(OpFrame{&op, nullptr, Phase::kInputs, 0});
   const size_t frame = Frames().size() - 1;
   // Inputs first: the operators writing them run before this one.
   for (size_t i = 0; i < op.ports.size(); ++i) {
     if (op.ports[i].output) continue;
-    std::shared_ptr<Item> target = op.ports[i].target.lock();
-    if (!target || target->deleted) continue;
+    Item* target = LiveTarget(op.ports[i]);
+    if (!target) continue;
     Frames()[frame].object = ObjectOfTarget(*target);
     Frames()[frame].port = i;
     PullTarget(*target, time);
   }
-  op.results.resize(op.ports.size());
-  for (PortResult& result : op.results) result = PortResult();
+  run.results.resize(op.ports.size());
+  for (PortResult& result : run.results) result = PortResult();
+  CRef ref{std::weak_ptr<Item>(op.context)};
   int output_index = 0;
+  size_t state_outputs = 0;
   for (size_t i = 0; i < op.ports.size(); ++i) {
     if (!op.ports[i].output) continue;
     const int index = output_index++;
-    std::shared_ptr<Item> target = op.ports[i].target.lock();
-    if (!target || target->deleted) continue;
-    Frames()[frame] = OpFrame{&op, ObjectOfTarget(*target), Phase::kOutput, i};
+    Item* target = LiveTarget(op.ports[i]);
+    if (!target) continue;
+    ObjectItem* object = ObjectOfTarget(*target);
+    Frames()[frame] = OpFrame{&op, object, Phase::kOutput, i};
     context.time = time;
     context.output_index = index;
     context.output_transform.reset();
     context.output_value.reset();
     context.output_points.reset();
-    PrepareOutput(context, *target, time);
+    // The output's value before the write is found when the operator asks for it.
+    const bool state = target->cls == ClassID::KinematicState;
+    context.output_object = state ? object : nullptr;
+    context.output_global = state && static_cast<KineStateItem*>(target)->global;
+    state_outputs += state ? 1 : 0;
     Frames()[frame].phase = Phase::kUpdate;
     if (IsNativeConnectionLine(op)) {
       UpdateConnectionLine(op, context, time);
     } else if (!op.scripted) {
-      CRef ref{std::weak_ptr<Item>(op.context)};
-      InvokeCallback(op.op_type, "_Update", ref);
+      if (CallbackFn update = UpdateCallback(op))
+        CallOperatorCallback(update, op.op_type, "_Update", ref);
     }
     Frames()[frame].phase = Phase::kOutput;
-    PortResult& result = op.results[i];
+    PortResult& result = run.results[i];
     result.transform = context.output_transform;
     result.value = context.output_value;
     result.points = context.output_points;
     ApplyResult(*target, result, time);
   }
-  op.run_time = time;
-  op.run_revision = revision;
+  if (state_outputs > 1) RederiveChildren(op, run, time);
   Frames().pop_back();
-  op.running = false;
-}
-
-CString OperatorNames(size_t first) {
-  CString names;
-  const std::vector<OpFrame>& frames = Frames();
-  for (size_t i = first; i < frames.size(); ++i) {
-    if (!names.IsEmpty()) names += CString(L", ");
-    names += FullNameOf(*frames[i].op);
-  }
-  return names;
+  run.running = false;
+  --op.running;
+  if (saved) RestoreContext(context, std::move(*saved));
 }
 
 }  // namespace
@@ -159,13 +243,14 @@ void EnsureWriterIndex(Scene& scene) {
   eval.writers.clear();
   auto visit = [&eval](Item& item) {
     for (const auto& held : item.operators) {
-      auto* op = dynamic_cast<OperatorItem*>(held.get());
-      if (!op || op->deleted || !op->connected) continue;
+      if (held->cls != ClassID::CustomOperator) continue;
+      auto* op = static_cast<OperatorItem*>(held.get());
+      if (op->deleted || !op->connected) continue;
       for (const PortData& port : op->ports) {
         if (!port.output) continue;
-        std::shared_ptr<Item> target = port.target.lock();
-        if (!target || target->deleted) continue;
-        std::vector<OperatorItem*>& list = eval.writers[target.get()];
+        Item* target = LiveTarget(port);
+        if (!target) continue;
+        std::vector<OperatorItem*>& list = eval.writers[target];
         if (std::find(list.begin(), list.end(), op) == list.end()) list.push_back(op);
       }
     }
@@ -189,10 +274,19 @@ const std::vector<OperatorItem*>& WritersOf(const Item& target) {
   return it == scene.eval.writers.end() ? kNone : it->second;
 }
 
+OperatorRun* RunAt(OperatorItem& op, double time) {
+  const uint64_t revision = ActiveScene().revision;
+  for (OperatorRun& run : op.runs) {
+    if (run.revision == revision && run.time == time) return &run;
+  }
+  return nullptr;
+}
+
 void ApplyWriter(OperatorItem& op, Item& target, double time) {
-  if (op.running || op.deleted || !op.connected) return;
-  if (op.run_revision == ActiveScene().revision && op.run_time == time) {
-    Reapply(op, target);
+  if (op.deleted || !op.connected) return;
+  if (OperatorRun* run = RunAt(op, time)) {
+    // Running at this time: its write comes when it reaches the port.
+    if (!run->running) Reapply(op, *run, target);
     return;
   }
   RunOperator(op, time);
@@ -204,44 +298,25 @@ std::vector<MATH::CVector3> EvaluateCurvePoints(ObjectItem& object, double time)
   return object.curve_points;
 }
 
-bool IsOwnOutputRead(const ObjectItem& object) {
+OperatorItem* RunningUpdate() {
   const std::vector<OpFrame>& frames = Frames();
-  if (frames.empty()) return false;
-  const OpFrame& top = frames.back();
-  return top.object == &object && WritesObject(*top.op, object);
+  return !frames.empty() && frames.back().phase == Phase::kUpdate ? frames.back().op : nullptr;
 }
 
 void ReportCycle(ObjectItem& object) {
   const std::vector<OpFrame>& frames = Frames();
-  size_t first = frames.size();
-  for (size_t i = 0; i < frames.size(); ++i) {
-    if (WritesObject(*frames[i].op, object)) {
-      first = i;
-      break;
-    }
+  // Through operators (one reading its own output, mutual links, one writing a parent and
+  // its child): by design, the value so far is the answer.
+  for (const OpFrame& frame : frames) {
+    if (WritesObject(*frame.op, object)) return;
   }
-  if (first == frames.size()) {
-    // Not through operators: constraints or expressions loop back to the object. A read an
-    // operator's update makes by itself is not a declared dependency and passes quietly.
-    if (!frames.empty() && frames.back().phase == Phase::kUpdate) return;
-    if (object.cycle_reported) return;
-    object.cycle_reported = true;
-    Log(CString(L"Evaluation cycle: ") + FullNameOf(object) +
-            CString(L" depends on its own transform; the cycle is broken"),
-        kSeverityError);
-    return;
-  }
-  bool reported = false;
-  for (size_t i = first; i < frames.size(); ++i) {
-    // Through a read the update made by itself: not a declared dependency.
-    if (frames[i].phase == Phase::kUpdate) return;
-    reported = reported || frames[i].op->cycle_reported;
-  }
-  for (size_t i = first; i < frames.size(); ++i) frames[i].op->cycle_reported = true;
-  if (reported) return;
-  Log(CString(L"Evaluation cycle: the operators ") + OperatorNames(first) +
-          CString(L" depend on their own results through ") + FullNameOf(object) +
-          CString(L"; the cycle is broken"),
+  // A read an operator's update makes by itself is not a declared dependency.
+  if (!frames.empty() && frames.back().phase == Phase::kUpdate) return;
+  // Constraints or expressions loop back to the object.
+  if (object.cycle_reported) return;
+  object.cycle_reported = true;
+  Log(CString(L"Evaluation cycle: ") + FullNameOf(object) +
+          CString(L" depends on its own transform; the cycle is broken"),
       kSeverityError);
 }
 
@@ -250,8 +325,8 @@ ContextItem* RunningOutputContext(const KineStateItem& state) {
   if (frames.empty() || frames.back().phase != Phase::kUpdate) return nullptr;
   const OpFrame& top = frames.back();
   if (!state.object || top.object != state.object) return nullptr;
-  std::shared_ptr<Item> target = top.op->ports[top.port].target.lock();
-  if (!dynamic_cast<KineStateItem*>(target.get())) return nullptr;
+  Item* target = LiveTarget(top.op->ports[top.port]);
+  if (!target || target->cls != ClassID::KinematicState) return nullptr;
   return top.op->context.get();
 }
 
@@ -297,8 +372,8 @@ CStatus ConnectOperator(OperatorItem& op, int construction_mode) {
   for (const PortData& port : op.ports) {
     std::shared_ptr<Item> target = port.target.lock();
     if (!target || target->deleted) {
-      Log(CString(L"Cannot connect the operator ") + op.name + CString(L": the port \"") + port.name +
-              CString(L"\" has no target"),
+      Log(CString(L"Cannot connect the operator ") + op.name + CString(L": the port \"") +
+              port.name + CString(L"\" has no target"),
           kSeverityError);
       return CStatus::Fail;
     }
@@ -320,7 +395,7 @@ CStatus ConnectOperator(OperatorItem& op, int construction_mode) {
   op.construction_mode = construction_mode;
   op.connected = true;
   op.connect_order = ++g_connect_counter;
-  op.run_revision = 0;
+  for (OperatorRun& run : op.runs) run.revision = 0;
   BumpTopology();
   InitialiseOperator(op);
   return CStatus::OK;
@@ -332,6 +407,9 @@ void InitialiseOperator(OperatorItem& op) {
   context.output_index = -1;
   op.initialised = true;
   if (op.scripted) return;
+  // The update callback is found here, not on every update.
+  op.update_generation = 0;
+  UpdateCallback(op);
   CRef ref{std::weak_ptr<Item>(op.context)};
   InvokeCallback(op.op_type, "_Init", ref);
 }

@@ -60,14 +60,15 @@ double BaseValue(ParamItem& param, double time) {
 // The value the last operator writing the parameter put at `time`, if any.
 const CValue* WrittenValue(ParamItem& param, double time) {
   const CValue* written = nullptr;
-  const uint64_t revision = ActiveScene().revision;
   for (size_t w = 0; w < param.binding.writers.size(); ++w) {
     OperatorItem& op = *param.binding.writers[w];
     ApplyWriter(op, param, time);
-    if (op.running || op.run_revision != revision || op.run_time != time) continue;
-    for (size_t i = 0; i < op.ports.size() && i < op.results.size(); ++i) {
-      if (!op.ports[i].output || op.results[i].value == std::nullopt) continue;
-      if (op.ports[i].target.lock().get() == &param) written = &*op.results[i].value;
+    const OperatorRun* run = RunAt(op, time);
+    if (!run || run->running) continue;
+    for (size_t i = 0; i < op.ports.size() && i < run->results.size(); ++i) {
+      if (!op.ports[i].output || run->results[i].value == std::nullopt) continue;
+      if (op.ports[i].item == &param && !op.ports[i].target.expired())
+        written = &*run->results[i].value;
     }
   }
   return written;
@@ -145,7 +146,9 @@ CValue OwnValueAt(ParamItem& param, double time) {
 
 CValue EvaluateParamValue(ParamItem& param, double time) {
   if (param.grid) return CValue();
-  if (auto* state = dynamic_cast<KineStateItem*>(param.owner); state && state->object) {
+  if (param.owner && param.owner->cls == ClassID::KinematicState &&
+      static_cast<KineStateItem*>(param.owner)->object) {
+    auto* state = static_cast<KineStateItem*>(param.owner);
     ObjectItem& object = *state->object;
     EnsureObjectBinding(object);
     const int index = KineParamIndex(object, param, state->global);
@@ -206,7 +209,7 @@ CStatus PutParamValue(ParamItem& param, const CValue& value, double time) {
   }
   if (param.value == converted) return CStatus::OK;
   param.value = converted;
-  BumpRevision();
+  Invalidate(param);
   return CStatus::OK;
 }
 

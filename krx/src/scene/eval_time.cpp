@@ -18,7 +18,8 @@ ParamItem* CurrentParam(Scene& scene) {
     if (property->deleted || property->name != CString(L"Play Control")) continue;
     for (const auto& param : property->params) {
       if (!param->deleted && param->name == CString(L"Current")) {
-        eval.current = dynamic_cast<ParamItem*>(param.get());
+        eval.current =
+            param->cls == ClassID::Parameter ? static_cast<ParamItem*>(param.get()) : nullptr;
         return eval.current;
       }
     }
@@ -37,17 +38,20 @@ double ResolveTime(double time) {
   return time == kCurrentTime ? CurrentFrameOf(ActiveScene()) : time;
 }
 
-ReadScope::ReadScope(double time) {
+ReadScope::ReadScope(double time, bool scene_read) {
   Scene& scene = ActiveScene();
   const double current = CurrentFrameOf(scene);
   time_ = time == kCurrentTime ? current : time;
   if (EvalDepth() == 0) {
     SceneEvalState& eval = scene.eval;
-    // A new current frame, or a read at another frame than the transient puts', ends them.
+    // A new current frame, or the scene evaluated at another frame than the transient
+    // puts', ends them; a parameter read at another frame does not.
     const bool new_frame = eval.known_current_set && eval.known_current != current;
     eval.known_current = current;
     eval.known_current_set = true;
-    if (!eval.transients.empty() && (new_frame || eval.transient_time != time_)) EndTransients();
+    if (!eval.transients.empty() && (new_frame || (scene_read && eval.transient_time != time_))) {
+      EndTransients();
+    }
   }
   ++EvalDepth();
 }
@@ -60,11 +64,14 @@ ReadScope::~ReadScope() {
 void EndTransients() {
   SceneEvalState& eval = ActiveScene().eval;
   if (eval.transients.empty()) return;
-  for (const auto& weak : eval.transients) {
-    if (std::shared_ptr<ParamItem> param = weak.lock()) param->transient_value.reset();
-  }
+  const std::vector<std::weak_ptr<ParamItem>> ended = std::move(eval.transients);
   eval.transients.clear();
-  BumpRevision();
+  for (const auto& weak : ended) {
+    std::shared_ptr<ParamItem> param = weak.lock();
+    if (!param) continue;
+    param->transient_value.reset();
+    Invalidate(*param);
+  }
 }
 
 void AddTransient(ParamItem& param, const CValue& value, double time) {
@@ -74,9 +81,10 @@ void AddTransient(ParamItem& param, const CValue& value, double time) {
   if (!param.transient_value) {
     eval.transients.push_back(std::static_pointer_cast<ParamItem>(param.shared_from_this()));
   }
+  if (param.transient_value && *param.transient_value == value) return;
   param.transient_value = value;
   param.transient_time = time;
-  BumpRevision();
+  Invalidate(param);
 }
 
 double CurrentFrame() { return CurrentFrameOf(ActiveScene()); }
@@ -87,7 +95,9 @@ void SetCurrentFrame(double frame) {
   const CValue value = ConvertForParam(*current, frame);
   if (current->value == value) return;
   current->value = value;
-  BumpRevision();
+  // Evaluated values are kept by time: a new current frame changes none of them, it only
+  // ends the transient puts.
+  EndTransients();
 }
 
 }  // namespace KRX::rt

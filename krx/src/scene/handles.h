@@ -15,11 +15,12 @@ namespace KRX::rt {
 bool ClassIsA(ClassID cls, ClassID family);
 
 // The item behind a valid handle (alive, not deleted, of the handle's family) as T; null
-// otherwise. The item stays alive while it is in the scene, which validity implies.
+// otherwise. The item stays alive while it is in the scene, which validity implies. One
+// look-up of the reference, classes tested by ID.
 template <typename T>
 T* LiveAs(const CBase& handle) {
-  if (!handle.IsValid()) return nullptr;
-  return dynamic_cast<T*>(handle.Lock().get());
+  const std::shared_ptr<Item> item = handle.LockValid();
+  return item && ItemIs<T>(*item) ? static_cast<T*>(item.get()) : nullptr;
 }
 
 inline CRef RefOf(const std::shared_ptr<Item>& item) {

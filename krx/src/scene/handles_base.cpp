@@ -1,8 +1,8 @@
 // CBase, SIObject, ProjectItem and SceneItem handles.
-#include "krx/scene.h"
-
 #include "krx/property.h"
+#include "krx/scene.h"
 #include "runtime/log.h"
+#include "runtime/scene_state.h"
 #include "scene/evaluation.h"
 #include "scene/handles.h"
 #include "scene/items.h"
@@ -16,37 +16,73 @@ namespace {
 
 ClassID ParentClass(ClassID cls) {
   switch (cls) {
-    case ClassID::ProjectItem: return ClassID::SIObject;
-    case ClassID::SceneItem: return ClassID::ProjectItem;
-    case ClassID::X3DObject: return ClassID::SceneItem;
+    case ClassID::ProjectItem:
+      return ClassID::SIObject;
+    case ClassID::SceneItem:
+      return ClassID::ProjectItem;
+    case ClassID::X3DObject:
+      return ClassID::SceneItem;
     case ClassID::Model:
     case ClassID::Null:
     case ClassID::Primitive:
     case ClassID::Curve:
     case ClassID::ChainRoot:
     case ClassID::ChainBone:
-    case ClassID::ChainEffector: return ClassID::X3DObject;
-    case ClassID::Property: return ClassID::SceneItem;
+    case ClassID::ChainEffector:
+      return ClassID::X3DObject;
+    case ClassID::Property:
+      return ClassID::SceneItem;
     case ClassID::CustomProperty:
     case ClassID::UserDataBlob:
     case ClassID::Kinematics:
     case ClassID::Constraint:
-    case ClassID::Geometry: return ClassID::Property;
+    case ClassID::Geometry:
+      return ClassID::Property;
     case ClassID::KinematicState:
     case ClassID::Parameter:
-    case ClassID::Operator: return ClassID::ProjectItem;
-    case ClassID::CustomOperator: return ClassID::Operator;
-    case ClassID::Project: return ClassID::SceneItem;
-    default: return ClassID::SIObject;
+    case ClassID::Operator:
+      return ClassID::ProjectItem;
+    case ClassID::CustomOperator:
+      return ClassID::Operator;
+    case ClassID::Project:
+      return ClassID::SceneItem;
+    default:
+      return ClassID::SIObject;
   }
 }
 
-ParamItem* FindParam(Item& item, const CString& name) {
-  for (const auto& param : item.params) {
-    if (!param->deleted && param->name == name) return dynamic_cast<ParamItem*>(param.get());
+// Items with fewer parameters than this are searched in order.
+constexpr size_t kIndexedParamCount = 8;
+
+// The first parameter of that name, not deleted.
+ParamItem* FindOwnParam(Item& item, const CString& name) {
+  if (item.params.size() < kIndexedParamCount) {
+    for (const auto& param : item.params) {
+      if (!param->deleted && param->name == name && param->cls == ClassID::Parameter) {
+        return static_cast<ParamItem*>(param.get());
+      }
+    }
+    return nullptr;
   }
+  if (!item.param_index) item.param_index = std::make_unique<ParamIndex>();
+  ParamIndex& index = *item.param_index;
+  if (index.stamp != StructureStamp()) {
+    index.by_name.clear();
+    for (const auto& param : item.params) {
+      if (!param->deleted && param->cls == ClassID::Parameter) {
+        index.by_name.emplace(param->name.GetWideString(), static_cast<ParamItem*>(param.get()));
+      }
+    }
+    index.stamp = StructureStamp();
+  }
+  auto it = index.by_name.find(name.GetWideString());
+  return it == index.by_name.end() || it->second->deleted ? nullptr : it->second;
+}
+
+ParamItem* FindParam(Item& item, const CString& name) {
+  if (ParamItem* own = FindOwnParam(item, name)) return own;
   // A primitive's size parameters are reached from the object itself.
-  if (dynamic_cast<ObjectItem*>(&item)) {
+  if (IsObjectClass(item.cls)) {
     for (const auto& property : item.properties) {
       if (property->deleted || property->cls != ClassID::Geometry) continue;
       for (const auto& param : property->params) {
@@ -60,6 +96,7 @@ ParamItem* FindParam(Item& item, const CString& name) {
 }  // namespace
 
 bool ClassIsA(ClassID cls, ClassID family) {
+  if (family == ClassID::ChainBoneCode) family = ClassID::ChainBone;
   for (ClassID c = cls;; c = ParentClass(c)) {
     if (c == family) return true;
     if (c == ClassID::SIObject) return false;
@@ -74,6 +111,12 @@ using rt::RefOf;
 bool CBase::IsValid() const {
   std::shared_ptr<rt::Item> item = Lock();
   return item && !item->deleted && rt::ClassIsA(item->cls, HandleClass());
+}
+
+std::shared_ptr<rt::Item> CBase::LockValid() const {
+  std::shared_ptr<rt::Item> item = Lock();
+  if (!item || item->deleted || !rt::ClassIsA(item->cls, HandleClass())) return nullptr;
+  return item;
 }
 
 bool CBase::IsA(ClassID id) const {
@@ -104,7 +147,8 @@ CStatus SIObject::PutName(const CString& name) {
   } else if (dynamic_cast<rt::ParamItem*>(item)) {
     if (item->owner) {
       for (const auto& sibling : item->owner->params) {
-        if (sibling.get() != item && !sibling->deleted && sibling->name == name) return CStatus::Fail;
+        if (sibling.get() != item && !sibling->deleted && sibling->name == name)
+          return CStatus::Fail;
       }
     }
     item->name = name;
@@ -160,10 +204,12 @@ CValue ProjectItem::GetParameterValue(const CString& script_name, double time) c
   rt::ParamItem* param = item ? rt::FindParam(*item, script_name) : nullptr;
   if (!param) return CValue();
   const rt::ReadScope scope(time);
+  rt::NoteUpdateRead(*param);
   return rt::EvaluateParamValue(*param, scope.time());
 }
 
-CStatus ProjectItem::PutParameterValue(const CString& script_name, const CValue& value, double time) {
+CStatus ProjectItem::PutParameterValue(const CString& script_name, const CValue& value,
+                                       double time) {
   rt::Item* item = LiveAs<rt::Item>(*this);
   if (!item) return CStatus::Fail;
   rt::ParamItem* param = rt::FindParam(*item, script_name);
@@ -189,7 +235,8 @@ Property SceneItem::AddProperty(const CString& preset, bool /*branch*/, const CS
   if (!item) return Property();
   std::shared_ptr<rt::Item> property = rt::AddPropertyPreset(*item, preset, name);
   if (!property) {
-    rt::Log(CString(L"AddProperty: unknown property preset \"") + preset + CString(L"\""), kSeverityError);
+    rt::Log(CString(L"AddProperty: unknown property preset \"") + preset + CString(L"\""),
+            kSeverityError);
     return Property();
   }
   return Property(RefOf(property));

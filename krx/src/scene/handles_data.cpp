@@ -1,5 +1,6 @@
 // GridData, UserDataBlob and FCurve handles.
 #include <cmath>
+#include <cstring>
 
 #include "anim/fcurve_edit.h"
 #include "anim/fcurve_eval.h"
@@ -59,6 +60,23 @@ bool InGrid(const rt::GridTable& grid, int column, int row) {
 
 rt::FCurveItem* CurveOf(const FCurve& handle) { return LiveAs<rt::FCurveItem>(handle); }
 
+// A blob's bytes changed: what reads it is evaluated again, except the running operator
+// writing into one of its own inputs (it knows what it wrote).
+void BlobChanged(rt::BlobItem& blob) {
+  const rt::OperatorItem* writer = rt::RunningUpdate();
+  bool reads_it = false;
+  if (writer) {
+    for (const rt::PortData& port : writer->ports)
+      reads_it = reads_it || (!port.output && port.item == &blob);
+  }
+  rt::Invalidate(blob, reads_it ? writer : nullptr);
+}
+
+// A grid's cells changed.
+void GridChanged(const GridData& handle) {
+  if (auto* param = LiveAs<rt::ParamItem>(handle)) rt::Invalidate(*param);
+}
+
 bool FiniteKey(const FCurveKeyData& k) {
   return std::isfinite(k.time) && std::isfinite(k.value) && std::isfinite(k.left_dx) &&
          std::isfinite(k.left_dy) && std::isfinite(k.right_dx) && std::isfinite(k.right_dy);
@@ -92,7 +110,7 @@ CStatus GridData::PutColumnCount(int n) {
   if (!grid) return CStatus::Fail;
   if (n < 0 || int64_t{n} * grid->rows > kMaxGridCells) return CStatus::InvalidArgument;
   Resize(*grid, n, grid->rows);
-  rt::BumpRevision();
+  GridChanged(*this);
   return CStatus::OK;
 }
 
@@ -101,7 +119,7 @@ CStatus GridData::PutRowCount(int n) {
   if (!grid) return CStatus::Fail;
   if (n < 0 || int64_t{n} * grid->columns > kMaxGridCells) return CStatus::InvalidArgument;
   Resize(*grid, grid->columns, n);
-  rt::BumpRevision();
+  GridChanged(*this);
   return CStatus::OK;
 }
 
@@ -117,7 +135,7 @@ CStatus GridData::PutCell(int column, int row, const CValue& value) {
   if (!InGrid(*grid, column, row)) return CStatus::InvalidArgument;
   grid->cells[static_cast<size_t>(row) * grid->columns + column] =
       CellAs(grid->column_types[static_cast<size_t>(column)], value);
-  rt::BumpRevision();
+  GridChanged(*this);
   return CStatus::OK;
 }
 
@@ -158,29 +176,49 @@ CStatus GridData::PutColumnType(int column, ValueType type) {
     CValue& cell = grid->cells[static_cast<size_t>(row) * grid->columns + column];
     if (!cell.IsEmpty()) cell = CellAs(type, cell);
   }
-  rt::BumpRevision();
+  GridChanged(*this);
   return CStatus::OK;
 }
 
 // ---- UserDataBlob ----
 
 std::vector<uint8_t> UserDataBlob::GetValue() const {
-  const auto* blob = LiveAs<rt::BlobItem>(*this);
-  return blob ? blob->bytes : std::vector<uint8_t>();
+  auto* blob = LiveAs<rt::BlobItem>(*this);
+  if (!blob) return {};
+  rt::NoteUpdateRead(*blob);
+  return blob->bytes;
 }
 
 CStatus UserDataBlob::PutValue(const uint8_t* data, size_t size) {
   auto* blob = LiveAs<rt::BlobItem>(*this);
   if (!blob) return CStatus::Fail;
   if (!data && size > 0) return CStatus::InvalidArgument;
+  if (blob->bytes.size() == size &&
+      (size == 0 || std::memcmp(blob->bytes.data(), data, size) == 0)) {
+    return CStatus::OK;
+  }
   blob->bytes.assign(data, data + size);
-  rt::BumpRevision();
+  BlobChanged(*blob);
+  return CStatus::OK;
+}
+
+CStatus UserDataBlob::PutRange(size_t offset, const uint8_t* data, size_t size) {
+  auto* blob = LiveAs<rt::BlobItem>(*this);
+  if (!blob) return CStatus::Fail;
+  if ((!data && size > 0) || offset > blob->bytes.size() || size > blob->bytes.size() - offset) {
+    return CStatus::InvalidArgument;
+  }
+  if (size == 0 || std::memcmp(blob->bytes.data() + offset, data, size) == 0) return CStatus::OK;
+  std::memcpy(blob->bytes.data() + offset, data, size);
+  BlobChanged(*blob);
   return CStatus::OK;
 }
 
 const std::vector<uint8_t>* UserDataBlob::GetBytes() const {
-  const auto* blob = LiveAs<rt::BlobItem>(*this);
-  return blob ? &blob->bytes : nullptr;
+  auto* blob = LiveAs<rt::BlobItem>(*this);
+  if (!blob) return nullptr;
+  rt::NoteUpdateRead(*blob);
+  return &blob->bytes;
 }
 
 bool UserDataBlob::IsEmpty() const {
@@ -231,7 +269,7 @@ int FCurve::AddKey(double time, double value, Interpolation interpolation) {
     curve->auto_tangents[at] = true;
   }
   SmoothAround(*curve, at);
-  rt::BumpRevision();
+  rt::Invalidate(*curve);
   return index;
 }
 
@@ -255,7 +293,7 @@ CStatus FCurve::SetKey(int index, const FCurveKeyData& key) {
   curve->auto_tangents.resize(curve->keys.size(), false);
   curve->auto_tangents[at] = false;
   SmoothAround(*curve, at);
-  rt::BumpRevision();
+  rt::Invalidate(*curve);
   return CStatus::OK;
 }
 
@@ -270,7 +308,7 @@ CStatus FCurve::SetKeys(const std::vector<FCurveKeyData>& keys) {
   curve->keys = std::move(sorted);
   curve->auto_tangents.assign(curve->keys.size(), false);
   curve->Compact();
-  rt::BumpRevision();
+  rt::Invalidate(*curve);
   return CStatus::OK;
 }
 
@@ -283,7 +321,7 @@ CStatus FCurve::RemoveKeyAtIndex(int index) {
   curve->keys.erase(curve->keys.begin() + index);
   curve->auto_tangents.erase(curve->auto_tangents.begin() + index);
   if (!curve->keys.empty()) SmoothAround(*curve, static_cast<size_t>(index == 0 ? 0 : index - 1));
-  rt::BumpRevision();
+  rt::Invalidate(*curve);
   return CStatus::OK;
 }
 
@@ -293,7 +331,7 @@ CStatus FCurve::RemoveKeys() {
   curve->sampled.reset();
   curve->keys.clear();
   curve->auto_tangents.clear();
-  rt::BumpRevision();
+  rt::Invalidate(*curve);
   return CStatus::OK;
 }
 

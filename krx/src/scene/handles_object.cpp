@@ -1,8 +1,7 @@
 // X3DObject, Kinematics, KinematicState and Constraint handles.
-#include "krx/scene.h"
-
 #include <cmath>
 
+#include "krx/scene.h"
 #include "runtime/log.h"
 #include "scene/evaluation.h"
 #include "scene/handles.h"
@@ -17,7 +16,8 @@ using rt::RefOf;
 namespace {
 
 bool Matches(const rt::ObjectItem& object, const CString& name, const CString& type) {
-  return (name.IsEmpty() || object.name == name) && (type.IsEmpty() || CString(object.type) == type);
+  return (name.IsEmpty() || object.name == name) &&
+         (type.IsEmpty() || CString(object.type) == type);
 }
 
 // Depth first, children in order; stops at the first match when `first_only`.
@@ -38,7 +38,8 @@ void Collect(const rt::ObjectItem& object, const CString& name, const CString& t
 
 bool IsFinite(const std::vector<MATH::CVector3>& points) {
   for (const MATH::CVector3& p : points) {
-    if (!std::isfinite(p.GetX()) || !std::isfinite(p.GetY()) || !std::isfinite(p.GetZ())) return false;
+    if (!std::isfinite(p.GetX()) || !std::isfinite(p.GetY()) || !std::isfinite(p.GetZ()))
+      return false;
   }
   return true;
 }
@@ -68,14 +69,16 @@ std::vector<X3DObject> X3DObject::GetChildren() const {
 
 X3DObject X3DObject::FindChild(const CString& name, const CString& type, bool recursive) const {
   std::vector<X3DObject> found;
-  if (const auto* object = LiveAs<rt::ObjectItem>(*this)) Collect(*object, name, type, recursive, true, found);
+  if (const auto* object = LiveAs<rt::ObjectItem>(*this))
+    Collect(*object, name, type, recursive, true, found);
   return found.empty() ? X3DObject() : found.front();
 }
 
 std::vector<X3DObject> X3DObject::FindChildren(const CString& name, const CString& type,
                                                bool recursive) const {
   std::vector<X3DObject> found;
-  if (const auto* object = LiveAs<rt::ObjectItem>(*this)) Collect(*object, name, type, recursive, false, found);
+  if (const auto* object = LiveAs<rt::ObjectItem>(*this))
+    Collect(*object, name, type, recursive, false, found);
   return found;
 }
 
@@ -93,14 +96,18 @@ X3DObject X3DObject::AddPrimitive(const CString& preset, const CString& name) {
   auto* object = LiveAs<rt::ObjectItem>(*this);
   if (!object) return X3DObject();
   std::shared_ptr<rt::ObjectItem> added = rt::AddPrimitiveItem(*object, preset, name);
-  if (!added) rt::Log(CString(L"AddPrimitive: unknown primitive \"") + preset + CString(L"\""), kSeverityError);
+  if (!added)
+    rt::Log(CString(L"AddPrimitive: unknown primitive \"") + preset + CString(L"\""),
+            kSeverityError);
   return Added(added);
 }
 
-X3DObject X3DObject::AddLinearCurve(const std::vector<MATH::CVector3>& points, const CString& name) {
+X3DObject X3DObject::AddLinearCurve(const std::vector<MATH::CVector3>& points,
+                                    const CString& name) {
   auto* object = LiveAs<rt::ObjectItem>(*this);
   if (!object || !IsFinite(points)) return X3DObject();
-  std::shared_ptr<rt::ObjectItem> curve = rt::MakeObjectItem(object, ClassID::Curve, L"crvlist", name);
+  std::shared_ptr<rt::ObjectItem> curve =
+      rt::MakeObjectItem(object, ClassID::Curve, L"crvlist", name);
   curve->curve_points = points;
   return Added(curve);
 }
@@ -117,7 +124,8 @@ CStatus X3DObject::AddChild(const X3DObject& child) {
   const KinematicState global = child.GetKinematics().GetGlobal();
   const MATH::CTransformation pose = global.GetTransform(kCurrentTime);
   auto* old_parent = dynamic_cast<rt::ObjectItem*>(moved->owner);
-  std::shared_ptr<rt::ObjectItem> keep = std::static_pointer_cast<rt::ObjectItem>(moved->shared_from_this());
+  std::shared_ptr<rt::ObjectItem> keep =
+      std::static_pointer_cast<rt::ObjectItem>(moved->shared_from_this());
   std::erase_if(old_parent->children, [moved](const auto& c) { return c.get() == moved; });
   rt::ObjectItem* model = parent->cls == ClassID::Model ? parent : rt::ModelOf(*parent);
   if (model) moved->name = rt::UniqueObjectName(*model, moved->name, moved);
@@ -131,7 +139,8 @@ CStatus X3DObject::AddChild(const X3DObject& child) {
 std::vector<MATH::CVector3> X3DObject::GetCurvePoints() const {
   auto* object = LiveAs<rt::ObjectItem>(*this);
   if (!object) return {};
-  const rt::ReadScope scope(kCurrentTime);
+  const rt::ReadScope scope(kCurrentTime, true);
+  rt::NoteUpdateRead(*object);
   return rt::EvaluateCurvePoints(*object, scope.time());
 }
 
@@ -140,7 +149,7 @@ CStatus X3DObject::PutCurvePoints(const std::vector<MATH::CVector3>& points) {
   if (!object) return CStatus::Fail;
   if (!IsFinite(points)) return CStatus::InvalidArgument;
   object->curve_points = points;
-  rt::BumpRevision();
+  rt::Invalidate(*object);
   return CStatus::OK;
 }
 
@@ -149,7 +158,8 @@ std::vector<Constraint> X3DObject::GetConstraints() const {
   const auto* object = LiveAs<rt::ObjectItem>(*this);
   if (!object) return out;
   for (const auto& property : object->properties) {
-    if (!property->deleted && property->cls == ClassID::Constraint) out.emplace_back(RefOf(property));
+    if (!property->deleted && property->cls == ClassID::Constraint)
+      out.emplace_back(RefOf(property));
   }
   return out;
 }
@@ -164,7 +174,8 @@ Constraint X3DObject::AddConstraint(const CString& preset, const X3DObject& cons
   } else if (preset.IsEqualNoCase(L"Orientation")) {
     type = L"Orientation Cns";
   } else {
-    rt::Log(CString(L"AddConstraint: unknown constraint \"") + preset + CString(L"\""), kSeverityError);
+    rt::Log(CString(L"AddConstraint: unknown constraint \"") + preset + CString(L"\""),
+            kSeverityError);
     return Constraint();
   }
   auto constraint = std::make_shared<rt::ConstraintItem>();
@@ -195,10 +206,12 @@ KinematicState Kinematics::GetLocal() const {
 MATH::CTransformation KinematicState::GetTransform(double time) const {
   // Runs once per frame and object when a take is walked: one lock, no lookups by name.
   std::shared_ptr<rt::Item> item = Lock();
-  if (!item || item->deleted || item->cls != ClassID::KinematicState) return MATH::CTransformation();
+  if (!item || item->deleted || item->cls != ClassID::KinematicState)
+    return MATH::CTransformation();
   auto* state = static_cast<rt::KineStateItem*>(item.get());
   if (!state->object) return MATH::CTransformation();
-  const rt::ReadScope scope(time);
+  const rt::ReadScope scope(time, true);
+  rt::NoteUpdateRead(*state);
   const rt::Pose pose = rt::EvaluateObject(*state->object, scope.time());
   return state->global ? pose.global : pose.local;
 }

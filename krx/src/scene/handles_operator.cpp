@@ -1,7 +1,6 @@
 // CustomOperator and OperatorContext handles (Context's own methods live with the plug-in
 // boundary).
 #include "krx/operator.h"
-
 #include "scene/evaluation.h"
 #include "scene/handles.h"
 #include "scene/scene_edit.h"
@@ -15,8 +14,8 @@ namespace {
 
 // Kinematic states, parameters, blobs and curve objects (their geometry) take ports.
 bool Connectable(const rt::Item& item) {
-  return dynamic_cast<const rt::KineStateItem*>(&item) || dynamic_cast<const rt::ParamItem*>(&item) ||
-         dynamic_cast<const rt::BlobItem*>(&item) || dynamic_cast<const rt::ObjectItem*>(&item);
+  return item.cls == ClassID::KinematicState || item.cls == ClassID::Parameter ||
+         item.cls == ClassID::UserDataBlob || rt::IsObjectClass(item.cls);
 }
 
 int AddPort(rt::OperatorItem* op, const CRef& target, const CString& name, bool output) {
@@ -26,6 +25,7 @@ int AddPort(rt::OperatorItem* op, const CRef& target, const CString& name, bool 
   for (const rt::PortData& port : op->ports) index += port.output == output ? 1 : 0;
   rt::PortData port;
   port.target = item;
+  port.item = item.get();
   port.name = name.IsEmpty() ? CString((output ? L"Out" : L"In") + std::to_wstring(index)) : name;
   port.group = op->current_group;
   port.output = output;
@@ -100,8 +100,7 @@ std::vector<CRef> CustomOperator::GetOutputTargets() const {
 void CustomOperator::Dirty() {
   auto* op = LiveAs<rt::OperatorItem>(*this);
   if (!op) return;
-  op->run_revision = 0;
-  rt::BumpRevision();
+  rt::Invalidate(*op);
 }
 
 // ---- OperatorContext ----
@@ -116,9 +115,9 @@ CValue OperatorContext::GetInputValue(int index) const {
   if (!context) return CValue();
   std::shared_ptr<rt::Item> target = rt::InputTargetOf(*context->op, index);
   if (!target) return CValue();
-  if (auto* param = dynamic_cast<rt::ParamItem*>(target.get())) {
+  if (target->cls == ClassID::Parameter) {
     const rt::ReadScope scope(context->time);
-    return rt::EvaluateParamValue(*param, scope.time());
+    return rt::EvaluateParamValue(static_cast<rt::ParamItem&>(*target), scope.time());
   }
   return CValue(RefOf(target));
 }
@@ -143,7 +142,12 @@ CRef OperatorContext::GetOutputTarget() const {
 
 MATH::CTransformation OperatorContext::GetOutputTransform() const {
   const rt::ContextItem* context = OperatorContextItem(*this);
-  return context ? context->output_current : MATH::CTransformation();
+  if (!context || !context->output_object || context->output_index < 0)
+    return MATH::CTransformation();
+  // Asked during the update: the object is being evaluated at the context's time and gives
+  // its value so far.
+  const rt::Pose pose = rt::EvaluateObject(*context->output_object, context->time);
+  return context->output_global ? pose.global : pose.local;
 }
 
 CStatus OperatorContext::PutOutputTransform(const MATH::CTransformation& t) {

@@ -33,6 +33,7 @@ CValue Parameter::GetValue(double time) const {
   auto* param = LiveAs<rt::ParamItem>(*this);
   if (!param) return CValue();
   const rt::ReadScope scope(time);
+  rt::NoteUpdateRead(*param);
   return rt::EvaluateParamValue(*param, scope.time());
 }
 

@@ -77,7 +77,9 @@ void BumpRevision() {
     g_bump_pending = true;
     return;
   }
-  ActiveScene().revision = NextRevision();
+  Scene& scene = ActiveScene();
+  scene.revision = NextRevision();
+  scene.eval.evaluated = false;
 }
 
 void BumpStructure() {
@@ -96,10 +98,13 @@ uint64_t TopologyStamp() { return g_topology; }
 int& EvalDepth() { return g_eval_depth; }
 
 void FlushPendingRevision() {
-  if (g_eval_depth == 0 && g_bump_pending) {
+  if (g_eval_depth != 0) return;
+  if (g_bump_pending) {
     g_bump_pending = false;
-    ActiveScene().revision = NextRevision();
+    ActiveScene().eval.pending_invalidations.clear();
+    BumpRevision();
   }
+  FlushInvalidations();
 }
 
 }  // namespace KRX::rt

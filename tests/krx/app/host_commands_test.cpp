@@ -150,6 +150,15 @@ TEST_F(HostCommandTest, RemoveAllAnimationClearsTheSelectionsParameters) {
     Run(L"RemoveAllAnimation", {L"Hero.hips"});
     EXPECT_EQ(hips_local.GetParameter(L"posz").GetSourceKind(), AnimationSource::None);
   }
+  {  // "B:" names a branch: the named model alone would keep its children's animation
+    Animate(hips_local.GetParameter(L"posy"));
+    Animate(speed_);
+    Run(L"RemoveAllAnimation", {L"Hero"});
+    EXPECT_TRUE(hips_local.GetParameter(L"posy").IsAnimated(AnimationSource::FCurve));
+    Run(L"RemoveAllAnimation", {L"B:Hero"});
+    EXPECT_EQ(hips_local.GetParameter(L"posy").GetSourceKind(), AnimationSource::None);
+    EXPECT_EQ(speed_.GetSourceKind(), AnimationSource::None);
+  }
 }
 
 TEST_F(HostCommandTest, ValuesAreReadAndWrittenByFullName) {

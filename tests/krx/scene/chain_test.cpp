@@ -196,6 +196,7 @@ TEST_F(ChainTest, SavedChainsSolveAfterReopening) {
   std::filesystem::remove(path);
   X3DObject forearm = Application().GetActiveSceneRoot().FindChild(L"forearm");
   ASSERT_TRUE(forearm.IsA(ClassID::ChainBone));
+  EXPECT_TRUE(forearm.IsA(ClassID::ChainBoneCode));  // the host's class code 77
   EXPECT_TRUE(GlobalPosition(forearm).Equals(CVector3(2.4, 1.8, 0), 1e-9));
   EXPECT_TRUE(ChainBone(forearm).GetEffector().IsValid());
 }

@@ -53,6 +53,14 @@ TEST_F(ParameterEval, PutOnAnimatedParameterIsTransient) {
     EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 7.0);
     EXPECT_EQ(posx.GetFCurve().GetNumKeys(), 2);
   }
+  {  // A parameter read at another frame leaves it.
+    CustomProperty p = root_.AddCustomProperty(L"P");
+    p.AddParameter(L"x", ValueType::Double, kCapAnimatable, L"", L"", 0.0)
+        .AddFCurve({Key(1, 0), Key(9, 8)});
+    EXPECT_DOUBLE_EQ(p.GetParameterValue(L"x", 5.0).GetDouble(), 4.0);
+    EXPECT_DOUBLE_EQ(posx.GetValue(3.0).GetDouble(), 2.0);
+    EXPECT_DOUBLE_EQ(GlobalPosition(o).GetX(), 7.0);
+  }
   {  // Gone once the scene is evaluated at another frame, also back at the first one.
     EXPECT_DOUBLE_EQ(GlobalPosition(o, 3.0).GetX(), 2.0);
     EXPECT_DOUBLE_EQ(GlobalPosition(o, 1.0).GetX(), 0.0);

@@ -121,7 +121,9 @@ TEST_F(SceneItems, HandlesKnowTheirFamilies) {
     std::vector<ClassID> is_not;
   };
   const Case cases[] = {
-      {model.GetRef(), {ClassID::Model, ClassID::X3DObject, ClassID::SceneItem}, {ClassID::Null}},
+      {model.GetRef(),
+       {ClassID::Model, ClassID::X3DObject, ClassID::SceneItem},
+       {ClassID::Null, ClassID::ChainBoneCode}},
       {prop.GetRef(), {ClassID::CustomProperty, ClassID::Property}, {ClassID::X3DObject}},
       {blob.GetRef(), {ClassID::UserDataBlob, ClassID::Property}, {ClassID::CustomProperty}},
       {cns.GetRef(), {ClassID::Constraint, ClassID::Property}, {ClassID::Kinematics}},
