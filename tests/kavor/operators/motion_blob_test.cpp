@@ -79,7 +79,7 @@ TEST(MotionBlob, LayoutAndRoundTrip) {
     named.content.curves[0].node_name = "H\xE9ps";
     Bytes b = EncodeMotionBlob(named.content);
     EXPECT_EQ(DecodeMotionBlob(b, -1, -1)->curves[0].node_name, "H\xE9ps");
-    Poke<uint16_t>(b, 704 + 2, 0x263A);
+    Poke<uint16_t>(b, 704 + 2, 0x100);
     EXPECT_EQ(DecodeMotionBlob(b, -1, -1)->curves[0].node_name, "H?ps");
   }
   {  // The live slot is the 8 bytes from offset 4.
@@ -111,6 +111,12 @@ TEST(MotionBlob, DecodingRefusesEveryBrokenCount) {
     EXPECT_FALSE(DecodeMotionBlob(b, -1, -1)) << broken.at << " " << broken.value;
   }
   Bytes b = good;
+  // Counts whose sample bytes wrap to 0 in 64 bits (2^30 frames of 2^35 bytes).
+  Poke(b, 256, int32_t{1} << 30);
+  Poke(b, 260, 1);
+  Poke(b, 264, 1431655763);
+  EXPECT_FALSE(DecodeMotionBlob(b, -1, -1));
+  b = good;
   Poke(b, 762, std::numeric_limits<double>::quiet_NaN());
   EXPECT_FALSE(DecodeMotionBlob(b, -1, -1));
   {  // Older versions end early: 1.3 without the scale, 1.2 right after the version.

@@ -35,7 +35,7 @@ TEST(PoseOps, EulerAnglesBothWays) {
   // Every angle lands in [0, 2 pi] and rebuilds the rotation, locked or not; the host's own
   // XYZ rotation is the same rotation.
   for (double x = -180; x <= 180; x += 45) {
-    for (double y : {-90.0, -60.0, 0.0, 30.0, 90.0}) {
+    for (double y : {-90.0, -89.9, -60.0, 0.0, 30.0, 88.0, 90.0}) {
       for (double z = -135; z <= 180; z += 45) {
         const CQuaternion q = QuatFromEulerXYZ(x * kDeg, y * kDeg, z * kDeg);
         const CVector3 back = EulerXYZFromQuat(q);
