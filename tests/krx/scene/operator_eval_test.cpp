@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "krx/scene/scene_test_support.h"
+#include "scene/evaluation.h"
 #include "scene/scene_edit.h"
 
 namespace KRX::rt::testing {
@@ -319,7 +320,7 @@ TEST_F(OperatorEval, ChangesRunAgainOnlyWhatDependsOnThem) {
   Parameter gain = root_.AddCustomProperty(L"Settings")
                        .AddParameter(L"gain", ValueType::Double, kCapAnimatable, L"", L"", 0.5);
   Connected(L"BlobShiftOp", {G(b)}, {G(a), blob.GetRef()});
-  Connected(L"CurrentOp", {G(d)}, {G(c)});
+  const CustomOperator current = Connected(L"CurrentOp", {G(d)}, {G(c)});
   Connected(L"BlobShiftOp", {G(c)}, {G(a), own.GetRef(), own.GetRef()});
   // Reads b and d; the letters of the operators that ran since the last call.
   const auto ran = [&] {
@@ -355,6 +356,8 @@ TEST_F(OperatorEval, ChangesRunAgainOnlyWhatDependsOnThem) {
     ASSERT_TRUE(Succeeded(blob.PutRange(0, reinterpret_cast<const uint8_t*>(&three), 8)));
     EXPECT_EQ(blob.GetBytes(), view);
     EXPECT_EQ(ran(), "b");
+    blob.PutRange(0, reinterpret_cast<const uint8_t*>(&three), 8);
+    EXPECT_EQ(ran(), "");
     ExpectNear(GlobalPosition(b), CVector3(1, 3, 0));
   }
   {  // Values are kept by time: reads alternating between two frames run nothing again.
@@ -363,6 +366,13 @@ TEST_F(OperatorEval, ChangesRunAgainOnlyWhatDependsOnThem) {
     for (double frame : {1.0, 2.0, 1.0}) {
       Application().PutCurrentFrame(frame);
       EXPECT_EQ(ran(), "");
+    }
+    // Both layers hold both frames: the poses and the operator's runs.
+    auto* object = static_cast<ObjectItem*>(d.Lock().get());
+    auto* op = static_cast<OperatorItem*>(current.Lock().get());
+    for (double frame : {1.0, 2.0}) {
+      EXPECT_NE(CacheAt(*object, frame), nullptr) << frame;
+      EXPECT_NE(RunAt(*op, frame), nullptr) << frame;
     }
   }
 }
@@ -373,11 +383,14 @@ TEST_F(OperatorEval, OperatorsEvaluateAtTheTimeAsked) {
   // parameters.
   X3DObject c = root_.AddNull(L"c");
   Local(c).GetParameter(L"posx").AddFCurve({Key(1, 0), Key(11, 10)});
-  root_.AddCustomProperty(L"Settings").AddParameter(L"gain", ValueType::Double, 0, L"", L"", 0.0);
+  // The gain is the frame, read after the nested run: the context keeps its own time.
+  root_.AddCustomProperty(L"Settings")
+      .AddParameter(L"gain", ValueType::Double, kCapAnimatable, L"", L"", 0.0)
+      .AddFCurve({Key(1, 1), Key(11, 11)});
   Connected(L"NudgeOp", {G(c)}, {});
   Connected(L"CurrentOp", {G(c)}, {G(c)});
-  ExpectNear(GlobalPosition(c, 5.0), CVector3(1, 0, 0));
-  ExpectNear(GlobalPosition(c, 1.0), CVector3(1, 0, 0));
+  ExpectNear(GlobalPosition(c, 5.0), CVector3(1, 0, 6));
+  ExpectNear(GlobalPosition(c, 1.0), CVector3(1, 0, 1));
   EXPECT_EQ(CountLogged(kSeverityError, "cycle"), 0);
 }
 
@@ -398,6 +411,13 @@ TEST_F(OperatorEval, NothingRunsBeforeConnectAndInitRunsOnce) {
   EXPECT_EQ(CRef::FromText(L"b.kine.global.ShiftOp"), op.GetRef());
   ExpectNear(GlobalPosition(b), CVector3(0, 1, 0));
   EXPECT_EQ(Rec().updates_without_data, 0);
+  {  // A callback made available after the operator connected is found all the same.
+    X3DObject late = root_.AddNull(L"late");
+    Connected(L"LateOp", {G(late)}, {});
+    ExpectNear(GlobalPosition(late, 1.0), CVector3(0, 0, 0));
+    RegisterInProcessCallback("LateOp_Update", &NudgeUpdate);
+    ExpectNear(GlobalPosition(late, 2.0), CVector3(1, 0, 0));
+  }
 }
 
 }  // namespace
