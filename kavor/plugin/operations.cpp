@@ -2,6 +2,8 @@
 
 #include "kavor/host/host.h"
 #include "kavor/motion/save_kavor_motion.h"
+#include "kavor/operators/retarget_flows.h"
+#include "kavor/operators/retarget_setup.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tag_templates.h"
@@ -18,8 +20,9 @@ bool NotAvailable(const wchar_t* operation) {
 
 }  // namespace
 
-bool RetargetRigToRig(const KRX::Model&, const KRX::Model&, int32_t, int32_t) {
-  return NotAvailable(L"RetargetRigToRig");
+bool RetargetRigToRig(const KRX::Model& source, const KRX::Model& target, int32_t start_frame,
+                      int32_t end_frame) {
+  return kavor::RetargetRigToRig(source, target, start_frame, end_frame);
 }
 
 bool RetargetBvh(const KRX::CString&, const KRX::CString&, const KRX::Model&) {
@@ -60,16 +63,12 @@ bool BuildTagPageLayout(const KRX::Model& model, const KRX::CString& structure_f
 }
 
 bool GetRetargetFrameRange(const KRX::Model& model, int32_t* start_frame, int32_t* end_frame) {
-  *start_frame = kNoStartFrame;
-  *end_frame = kNoEndFrame;
-  // A model carrying retargeted motion has the motion's own range, which only the
-  // running retarget knows.
-  if (HasMotionBlob(model)) return NotAvailable(L"GetRetargetFrameRange");
-  return GetKeyFrameRange(model, start_frame, end_frame);
+  return kavor::GetRetargetFrameRange(model, start_frame, end_frame);
 }
 
-bool LoadKavorMotion(const KRX::CString&, const KRX::Model&, int32_t) {
-  return NotAvailable(L"LoadKavorMotion");
+bool LoadKavorMotion(const KRX::CString& kavor_file, const KRX::Model& target,
+                     int32_t insertion_frame) {
+  return kavor::LoadKavorMotion(kavor_file, target, insertion_frame);
 }
 
 bool SaveKavorMotion(const KRX::Model& source, const KRX::CString& kavor_file, int32_t start_frame,
@@ -77,13 +76,12 @@ bool SaveKavorMotion(const KRX::Model& source, const KRX::CString& kavor_file, i
   return kavor::SaveKavorMotion(source, kavor_file, start_frame, end_frame);
 }
 
-bool RemoveRetargetSetup(const KRX::Model& model) {
-  // A model that was only tagged carries no retarget setup: there is nothing to remove.
-  if (!HasMotionBlob(model)) return true;
-  return NotAvailable(L"RemoveRetargetSetup");
-}
+bool RemoveRetargetSetup(const KRX::Model& model) { return kavor::RemoveRetargetSetup(model); }
 
-bool RemoveAllKavorSetup(const KRX::Model&) { return NotAvailable(L"RemoveAllKavorSetup"); }
+bool RemoveAllKavorSetup(const KRX::Model& model) {
+  kavor::RemoveAllKavorSetup(model);
+  return true;
+}
 
 bool RunMotionPlotter(const PlotRequest&) { return NotAvailable(L"MotionPlotter"); }
 

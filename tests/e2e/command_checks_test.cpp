@@ -44,7 +44,7 @@ const std::vector<CommandCase> kCommands = {
     {"Retarget", {"sourcemodel", "targetmodel", "strarttime", "endtime"}, "MMII",
      {"missing source model.", "invalid source model.", "missing destination model.",
       "invalid destination model.", "missing start frame.", "missing end frame."},
-     "RetargetRigToRig is not available yet.", kFalse},
+     "Cannot create structure.", kFalse},
     {"RetargetBVH", {"targetmodel", "bvhfile", "mapfile"}, "MTT",
      {"missing destination model.", "invalid destination model.", "missing bvhfile.",
       "missing mapfile."}, "RetargetBvh is not available yet.", kFalse},
@@ -82,12 +82,12 @@ const std::vector<CommandCase> kCommands = {
      "", kZero},
     {"LoadKavorFile", {"targetmodel", "kavorfile", "start"}, "MTi",
      {"missing destination model.", "invalid destination model.", "missing kavorfile."},
-     "LoadKavorMotion is not available yet.", kFalse},
+     "", kFalse},
     {"SaveKavorFile", {"model", "kavorfile", "start", "end"}, "MTII",
      {"missing source model.", "invalid source model.", "missing kavorfile.",
       "missing start frame.", "missing end frame."}, "Cannot create structure.", kFalse},
     {"RemoveAllKavorPropsAndOps", {"model"}, "M", {"missing target model.", "invalid target model."},
-     "RemoveAllKavorSetup is not available yet.", kNothing},
+     "", kNothing},
     {"PlotRetargetMotion", {"model", "preserve", "inflection", "interval", "step", "start", "end"},
      "MFFFIII",
      {"missing target model.", "invalid target model.", "missing preserve.", "missing inflection.",
@@ -219,7 +219,7 @@ TEST_F(CommandCheckTest, EveryCommandChecksAndHandsOver) {
 TEST_F(CommandCheckTest, OptionalAndModelArguments) {
   Expect("ImportC3DFile", {kFile, kMissing, kMissing, kFile}, "ImportC3dFile is not available yet.",
          kFalse);
-  Expect("LoadKavorFile", {kHero, kFile}, "LoadKavorMotion is not available yet.", kFalse);
+  Expect("LoadKavorFile", {kHero, kFile}, "", kFalse);
   KRX::X3DObject hero = KRX::Application().GetActiveSceneRoot().FindChild(L"Hero", L"", false);
   ASSERT_TRUE(hero.IsValid());
   KRX::X3DObject hip = hero.AddNull(L"hip");

@@ -17,6 +17,7 @@
 #include "kavor/maps/glue_map.h"
 #include "kavor/maps/model_map.h"
 #include "kavor/maps/rig_test_support.h"
+#include "kavor/operators/adjust_property.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tag_templates.h"
@@ -27,8 +28,6 @@ namespace kavor {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kHandOver = "RemoveRetargetSetup is not available yet.";
 
 // The log holds exactly this line at this severity.
 bool LoggedLine(int severity, const std::string& text) {
@@ -155,11 +154,12 @@ TEST_F(TagFlows, CleanTagsFromRig) {
   EXPECT_EQ(ToNarrow(parameters[1].GetValue().GetString()), "TestRig");
   for (size_t i = 4; i < parameters.size(); ++i)
     EXPECT_EQ(parameters[i].GetValue().GetString(), KRX::CString(L""));
-  // A model without a retarget setup hands over quietly; one with it reaches the removal.
-  EXPECT_FALSE(LoggedLine(4, kHandOver));
+  // A retarget setup goes with the tags.
+  rig_.model.AddCustomProperty(kAdjustProperty);
   rig_.model.AddCustomProperty(kMotionBlobName);
   EXPECT_TRUE(CleanTagsFromRig(rig_.model));
-  EXPECT_TRUE(LoggedLine(4, kHandOver));
+  EXPECT_FALSE(Has(rig_.model, kAdjustProperty));
+  EXPECT_FALSE(Has(rig_.model, kMotionBlobName));
 }
 
 TEST_F(TagFlows, SaveTagTemplate) {
@@ -233,10 +233,9 @@ TEST_F(TagFlows, InheritStopsWhereTheTemplateFails) {
     ASSERT_TRUE(InheritTagTemplate(other.model, file, InheritOptions{}));
     EXPECT_EQ(Tags(other.model).size(), 7u);
     EXPECT_TRUE(Has(other.model, kGlueProperty));
-    EXPECT_FALSE(LoggedLine(4, kHandOver));
-    KRX::Model(other.model).AddCustomProperty(kMotionBlobName);
+    KRX::Model(other.model).AddCustomProperty(kAdjustProperty);
     ASSERT_TRUE(InheritTagTemplate(other.model, file, InheritOptions{}));
-    EXPECT_TRUE(LoggedLine(4, kHandOver));
+    EXPECT_FALSE(Has(other.model, kAdjustProperty));
   }
 }
 

@@ -1,0 +1,346 @@
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kavor/host/host.h"
+#include "kavor/io/scene_helpers.h"
+#include "kavor/maps/frame_rotation.h"
+#include "kavor/maps/glue_map.h"
+#include "kavor/maps/model_map.h"
+#include "kavor/operators/adjust_property.h"
+#include "kavor/operators/retarget_solve.h"
+#include "kavor/structure/structure_property.h"
+
+namespace kavor {
+
+namespace {
+
+using KRX::MATH::CRotation;
+using KRX::MATH::CVector3;
+
+// The model below the scene root that carries `blob` under the blob's own name.
+KRX::Model FindOwnerModel(const KRX::UserDataBlob& blob) {
+  const KRX::CString name = blob.GetName();
+  const KRX::Model root = KRX::Application().GetActiveSceneRoot();
+  for (const KRX::X3DObject& object : root.FindChildren(L"", L"", true)) {
+    if (!object.IsA(KRX::ClassID::Model)) continue;
+    KRX::Property property;
+    if (FindPropertyByName(object, name, &property) && property.GetRef() == blob.GetRef()) {
+      return KRX::Model(object.GetRef());
+    }
+  }
+  return KRX::Model();
+}
+
+void WriteSlot(KRX::UserDataBlob blob, uint64_t value) {
+  uint8_t bytes[8];
+  std::memcpy(bytes, &value, sizeof bytes);
+  blob.PutRange(kLiveSlotOffset, bytes, sizeof bytes);
+}
+
+bool InChainAboveEnd(const ModelStructure& structure, int32_t node) {
+  for (const StructurePlane& plane : structure.planes) {
+    for (size_t k = 1; k < plane.chain.size(); ++k) {
+      if (plane.chain[k] == node) return true;
+    }
+  }
+  return false;
+}
+
+KRX::Parameter Adjustment(const RetargetOpContext& context, const std::string& name) {
+  return context.adjust_property.GetParameter(ToWide(name));
+}
+
+double ReadDouble(const KRX::Parameter& parameter, double time, double fallback) {
+  return parameter.IsValid() ? parameter.GetValue(time).GetDouble() : fallback;
+}
+
+void ResolveAdjustments(RetargetOpContext& context) {
+  const ModelStructure& structure = *context.structure;
+  context.speed_parameter = Adjustment(context, "Speed");
+  context.offset_feet = Adjustment(context, "offsetFeet");
+  context.hip_x = Adjustment(context, "hipX");
+  context.hip_y = Adjustment(context, "hipY");
+  context.hip_z = Adjustment(context, "hipZ");
+  context.plane_adjustments.assign(structure.planes.size(), {});
+  for (size_t p = 0; p < structure.planes.size(); ++p) {
+    const int32_t span = structure.planes[p].span;
+    if (span < 0 || span >= structure.NumNodes()) continue;
+    const std::string& end = structure.nodes[span].name;
+    context.plane_adjustments[p] = {Adjustment(context, end + "Stretch"),
+                                    Adjustment(context, end + "Roll"),
+                                    Adjustment(context, end + "X"), Adjustment(context, end + "Y"),
+                                    Adjustment(context, end + "Z")};
+  }
+}
+
+// Structure parents (tag reading may have detached untagged nodes), the plane ending at
+// each node, and per semi-free entry its branch and the limbs hanging from it.
+void PrecomputeTopology(RetargetOpContext& context) {
+  const ModelStructure& structure = *context.structure;
+  const int32_t n = structure.NumNodes();
+  context.node_parent.assign(n, -1);
+  for (int32_t i = 0; i < n; ++i) {
+    const int32_t parent = structure.nodes[i].parent;
+    context.node_parent[i] = (parent >= 0 && parent < i) ? parent : -1;
+  }
+  context.plane_of_end_node.assign(n, -1);
+  for (int32_t p = structure.NumPlanes() - 1; p >= 0; --p) {
+    const int32_t span = structure.planes[p].span;
+    if (span >= 0 && span < n) context.plane_of_end_node[span] = p;
+  }
+  context.semi_free_branches.clear();
+  context.semi_free_planes.clear();
+  for (const SemiFreeEntry& entry : context.semi_free) {
+    std::vector<bool> in_branch(n, false);
+    std::vector<int32_t> branch;
+    for (int32_t i = 0; i < n; ++i) {
+      in_branch[i] =
+          i == entry.node || (context.node_parent[i] >= 0 && in_branch[context.node_parent[i]]);
+      if (in_branch[i]) branch.push_back(i);
+    }
+    std::vector<int32_t> planes;
+    for (int32_t p = 0; p < structure.NumPlanes(); ++p) {
+      const int32_t base = structure.planes[p].anchor_index;
+      if (base >= 0 && base < n && in_branch[base]) planes.push_back(p);
+    }
+    context.semi_free_branches.push_back(std::move(branch));
+    context.semi_free_planes.push_back(std::move(planes));
+  }
+}
+
+// The rest rotation of every node (its tag frame turned onto the structure's), expressed in
+// its parent's rest rotation: what "Reduce" blends a node's local rotation towards.
+void ComputeRestLocalRotations(RetargetOpContext& context) {
+  const ModelStructure& structure = *context.structure;
+  RetargetModel& model = *context.model;
+  const int32_t n = structure.NumNodes();
+  std::vector<CRotation> rest(n);
+  context.rest_local_rotations.assign(n, KRX::MATH::CQuaternion());
+  for (int32_t i = 0; i < n; ++i) {
+    const NodeMapEntry& node = model.Node(i);
+    rest[i] =
+        FrameRotation(node.align, node.roll, structure.nodes[i].align, structure.nodes[i].roll);
+    const int32_t parent = context.node_parent[i];
+    const CRotation local = parent < 0 ? rest[i] : CRotation::Mul(rest[i], rest[parent].Inverse());
+    context.rest_local_rotations[i] = local.GetQuaternion();
+  }
+}
+
+// The limb's joints are rigid, so the chain's length in the pose it is bound in is its
+// reach. (The end node's map length is measured back to its structure parent, which for
+// some structures lies above the limb's base and would let the end go out of reach.)
+void ComputePlaneReach(RetargetOpContext& context) {
+  const ModelStructure& structure = *context.structure;
+  RetargetModel& model = *context.model;
+  context.plane_reach.assign(structure.planes.size(), 0.0);
+  for (size_t p = 0; p < structure.planes.size(); ++p) {
+    const StructurePlane& plane = structure.planes[p];
+    double reach = 0.0;
+    for (size_t k = 0; k + 1 < plane.chain.size(); ++k) {
+      reach +=
+          (model.NodePosition(plane.chain[k]) - model.NodePosition(plane.chain[k + 1])).GetLength();
+    }
+    const double map_length = model.Node(plane.span).length;
+    context.plane_reach[p] =
+        reach > 0.0 && (map_length <= 0.0 || reach < map_length) ? reach : map_length;
+  }
+}
+
+void BuildComboItems(RetargetOpContext& context) {
+  GlueMap& glue = *context.glue;
+  RetargetModel& model = *context.model;
+  const ModelStructure& structure = *context.structure;
+  context.global_frame_items = {{"Global Frame", 0}};
+  context.rotation_node_items.clear();
+  for (size_t m = 0; m < glue.mocaps.size(); ++m) {
+    const GlueMocapEntry& entry = glue.mocaps[m];
+    if (!entry.object.IsValid()) continue;
+    const std::string name = ToNarrow(entry.object.GetName());
+    context.global_frame_items.push_back(
+        {name, static_cast<int32_t>(context.global_frame_items.size())});
+    const int32_t node = entry.node_index;
+    if (node < 0 || node >= model.NumNodes() || model.Node(node).source_index < 0) continue;
+    if (entry.type == GlueMocapType::kPositionOnly || InChainAboveEnd(structure, node)) continue;
+    context.rotation_node_items.push_back(
+        {name, static_cast<int32_t>(context.rotation_node_items.size())});
+    model.Node(node).rotation_list_index = static_cast<int32_t>(m);
+  }
+  for (GlueMocapEntry& entry : glue.mocaps) {
+    KRX::Property offsets;
+    entry.has_rotation_offset = entry.object.IsValid() &&
+                                entry.type != GlueMocapType::kPositionOnly &&
+                                FindPropertyByName(entry.object, kRotationOffsetProperty, &offsets);
+    entry.rotation_offset_page =
+        entry.has_rotation_offset ? KRX::CustomProperty(offsets.GetRef()) : KRX::CustomProperty();
+  }
+}
+
+// Every structure plane's end node takes its foot flag from its plane's adjustment; planes
+// without a rig object have no adjustment and keep the structure's flag.
+void ReadFootFlags(RetargetOpContext& context, double time) {
+  ModelStructure& structure = *context.structure;
+  for (int32_t k = 0; k < structure.NumPlanes(); ++k) {
+    const KRX::Parameter name = Adjustment(context, "name" + std::to_string(k));
+    if (!name.IsValid()) continue;
+    const KRX::Parameter foot =
+        Adjustment(context, ToNarrow(name.GetValue(time).GetString()) + "Foot");
+    const int32_t span = structure.planes[k].span;
+    if (foot.IsValid() && span >= 0 && span < structure.NumNodes()) {
+      structure.nodes[span].friction = foot.GetValue(time).GetBool();
+    }
+  }
+}
+
+void ReadSemiFree(RetargetOpContext& context, double time) {
+  const ModelStructure& structure = *context.structure;
+  context.semi_free.clear();
+  context.semi_free_adjustments.clear();
+  const KRX::Parameter count = Adjustment(context, "NumSemiFree");
+  const int32_t n = count.IsValid() ? count.GetValue(time).GetInt() : 0;
+  for (int32_t i = 0; i < n && i < structure.NumNodes(); ++i) {
+    const KRX::Parameter name_parameter = Adjustment(context, "semiName" + std::to_string(i));
+    if (!name_parameter.IsValid()) continue;
+    const std::string name = ToNarrow(name_parameter.GetValue(time).GetString());
+    const int32_t node = FindNodeIndex(structure, name);
+    if (node < 0) continue;
+    SemiFreeEntry entry;
+    entry.name = name;
+    entry.node = node;
+    entry.x = ReadDouble(Adjustment(context, name + "X"), time, 0.0);
+    entry.y = ReadDouble(Adjustment(context, name + "Y"), time, 0.0);
+    entry.z = ReadDouble(Adjustment(context, name + "Z"), time, 0.0);
+    const KRX::Parameter children = Adjustment(context, name + "offsetChildren");
+    entry.offset_children = !children.IsValid() || children.GetValue(time).GetBool();
+    entry.anchor_tangent_length =
+        ReadDouble(Adjustment(context, name + "AnchorTangentLength"), time, 1.0);
+    entry.goal_tangent_length =
+        ReadDouble(Adjustment(context, name + "GoalTangentLength"), time, 1.0);
+    context.semi_free.push_back(entry);
+    context.semi_free_adjustments.push_back(
+        {Adjustment(context, name + "X"), Adjustment(context, name + "Y"),
+         Adjustment(context, name + "Z"), Adjustment(context, name + "RX"),
+         Adjustment(context, name + "RY"), Adjustment(context, name + "RZ")});
+  }
+  // Spines find their semi-free entry by the spine node's name: the two lists need not
+  // line up.
+  context.spines.assign(context.glue->spines.size(), {});
+  context.spine_semi_free.assign(context.glue->spines.size(), -1);
+  for (size_t s = 0; s < context.glue->spines.size(); ++s) {
+    for (size_t e = 0; e < context.semi_free.size(); ++e) {
+      if (context.semi_free[e].node == context.glue->spines[s].goal_node) {
+        context.spine_semi_free[s] = static_cast<int32_t>(e);
+      }
+    }
+  }
+}
+
+// A plane whose "Clamp" is on plants its end node from the insertion frame on, at the
+// place where the end node was last solved.
+void BuildClampRecords(RetargetOpContext& context, double time) {
+  const ModelStructure& structure = *context.structure;
+  context.plane_clamps.assign(structure.planes.size(), {});
+  for (int32_t p = 0; p < structure.NumPlanes(); ++p) {
+    const int32_t span = structure.planes[p].span;
+    if (span < 0 || span >= structure.NumNodes()) continue;
+    const KRX::Parameter clamp = Adjustment(context, structure.nodes[span].name + "Clamp");
+    if (!clamp.IsValid() || !clamp.GetValue(time).GetBool()) continue;
+    ClampRecord record;
+    record.start = 0;
+    record.clamp = true;
+    record.position = context.model->NodePosition(span);
+    context.plane_clamps[p].push_back(record);
+  }
+}
+
+}  // namespace
+
+bool RefreshBlobView(RetargetOpContext& context) {
+  const std::vector<uint8_t>* bytes = context.blob.GetBytes();
+  if (bytes == nullptr) return false;
+  if (bytes->data() == context.bytes && bytes->size() == context.byte_count) return true;
+  std::optional<MotionBlobLayout> layout =
+      DecodeMotionBlob(*bytes, context.structure->NumNodes(), context.structure->NumPlanes());
+  if (!layout || layout->frame_count != context.frame_count) return false;
+  context.layout = std::move(*layout);
+  context.bytes = bytes->data();
+  context.byte_count = bytes->size();
+  return true;
+}
+
+bool BindRetargetOp(RetargetOpContext& context, KRX::UserDataBlob blob, double time) {
+  const std::vector<uint8_t>* bytes = blob.GetBytes();
+  if (bytes == nullptr) return false;
+  if (IsOldMotionBlobLayout(*bytes)) {
+    std::optional<std::vector<uint8_t>> upgraded = UpgradeOldMotionBlob(*bytes);
+    if (!upgraded) return false;
+    blob.PutValue(upgraded->data(), upgraded->size());
+    bytes = blob.GetBytes();
+    if (bytes == nullptr) return false;
+  }
+  if (ReadLiveSlot(*bytes) != 0) WriteSlot(blob, 0);
+
+  const KRX::Model owner = FindOwnerModel(blob);
+  if (!owner.IsValid()) return false;
+  std::optional<ModelStructure> structure = ReadStructureProperty(owner);
+  if (!structure) return false;
+  auto kept_structure = std::make_unique<ModelStructure>(std::move(*structure));
+  auto model = std::make_unique<RetargetModel>(owner, kept_structure.get());
+  ReadModelMap(*model);
+  if (!model->valid) return false;
+  std::unique_ptr<GlueMap> glue = ReadGlueMap(owner);
+  if (!glue) return false;
+  ResolveGlueMap(*glue, owner, *model);
+
+  std::optional<MotionBlobLayout> layout =
+      DecodeMotionBlob(*bytes, kept_structure->NumNodes(), kept_structure->NumPlanes());
+  if (!layout) {
+    LogWarning(L"The retargeted motion on " + owner.GetFullName() +
+               L" does not fit its rig (re-tagged since, or damaged): it is not played.");
+    return false;
+  }
+  context.blob = blob;
+  context.structure = std::move(kept_structure);
+  context.model = std::move(model);
+  context.glue = std::move(glue);
+  context.glue->retarget_model = context.model.get();
+  context.layout = std::move(*layout);
+  context.frame_count = context.layout.frame_count;
+  context.insertion_frame = context.layout.insertion_frame;
+  context.scale = context.layout.scale;
+  KRX::Property adjust;
+  if (FindPropertyByName(owner, kAdjustProperty, &adjust)) {
+    context.adjust_property = KRX::CustomProperty(adjust.GetRef());
+  }
+  // The slot is written in place: the byte view stays where it is.
+  WriteSlot(blob, reinterpret_cast<uintptr_t>(&context));
+  bytes = blob.GetBytes();
+  context.bytes = bytes->data();
+  context.byte_count = bytes->size();
+  AddLiveContext(&context);
+  context.bound = true;
+  InitialiseBinding(context, time);
+  return true;
+}
+
+void InitialiseBinding(RetargetOpContext& context, double time) {
+  RetargetModel& model = *context.model;
+  for (int32_t i = 0; i < model.NumNodes(); ++i) {
+    model.Node(i).source_index = ReadSourceIndex(context.bytes, context.layout, i);
+    model.Node(i).rotation_list_index = -1;
+  }
+  RepointOrphanMocapEntries(*context.glue, model);
+  ResolveAdjustments(context);
+  context.speed = ReadDouble(context.speed_parameter, time, 1.0);
+  context.previous_speed = context.speed;
+  BuildComboItems(context);
+  ReadFootFlags(context, time);
+  ReadSemiFree(context, time);
+  PrecomputeTopology(context);
+  ComputeRestLocalRotations(context);
+  ComputePlaneReach(context);
+  BuildStrideData(context, time);
+  BuildClampRecords(context, time);
+}
+
+}  // namespace kavor

@@ -1,0 +1,35 @@
+// The main retarget operator's work: binding to its model once, and every evaluation the
+// time mapping and the solve of the whole pose for that time.
+#pragma once
+
+#include "kavor/operators/retarget_context.h"
+
+namespace kavor {
+
+// Binds the context to the blob's owner model: upgrades an old blob, finds the model that
+// carries this blob, reads its structure, maps and glue, checks and decodes the blob, stores
+// the context's address in the live slot and prepares the solve (InitialiseBinding). False,
+// leaving the context unbound, when any of that fails; the next evaluation tries again.
+bool BindRetargetOp(RetargetOpContext& context, KRX::UserDataBlob blob, double time);
+
+// The preparation after decoding: source indices, re-pointed orphan entries, speed, combo
+// items, rotation offsets, foot flags, semi-free nodes, stride paths and clamp records,
+// and every adjustment parameter resolved to a handle.
+void InitialiseBinding(RetargetOpContext& context, double time);
+
+// Re-reads the blob's byte view when the host moved it (a put on the blob). False when the
+// blob no longer decodes as the one bound.
+bool RefreshBlobView(RetargetOpContext& context);
+
+// Fills the root path and each plane's effector path from the motion and "Stride".
+void BuildStrideData(RetargetOpContext& context, double time);
+
+// Scene time to motion frame and fraction: frames play from the insertion frame at
+// "Speed" motion frames per scene frame; before the start the first frame holds, after the
+// end the last.
+void MapTime(RetargetOpContext& context, double time);
+
+// The pose of the mapped frame for every node of the target's RetargetModel.
+void SolveFrame(RetargetOpContext& context);
+
+}  // namespace kavor
