@@ -14,10 +14,10 @@ namespace {
 
 // Angles wrap into [0, 2 pi) with this constant; stored motion and presets were made with
 // it, so it stays as it is rather than the exact 2 pi.
-constexpr double kTurn = 6.28318531;
+constexpr double kAngleWrap = 6.28318531;
 
 // Below this |cos ay| the X and Z axes line up and only their sum of turns is defined.
-constexpr double kGimbalCosine = 0.001;
+constexpr double kGimbalCosine = 0.1;
 
 // Arcs whose cosine is this close to 1 blend linearly: sin theta is too small to divide by.
 constexpr double kLinearBlendMargin = 0.05;
@@ -91,9 +91,9 @@ CVector3 EulerXYZFromQuat(const CQuaternion& q) {
     ax = std::atan2(m.Get(1, 0), m.Get(1, 1));
     if (ay < 0.0) ax = -ax;
   }
-  if (ax < 0.0) ax += kTurn;
-  if (ay < 0.0) ay += kTurn;
-  if (az < 0.0) az += kTurn;
+  if (ax < 0.0) ax += kAngleWrap;
+  if (ay < 0.0) ay += kAngleWrap;
+  if (az < 0.0) az += kAngleWrap;
   return CVector3(ax, ay, az);
 }
 

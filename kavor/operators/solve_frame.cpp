@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kavor/host/host.h"
 #include "kavor/motion/normalize.h"
 #include "kavor/operators/pose_ops.h"
 #include "kavor/operators/retarget_solve.h"
@@ -14,7 +15,7 @@ using KRX::MATH::CRotation;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
-constexpr double kDegrees = 0.017453292519943295;
+
 
 double Read(const KRX::Parameter& parameter, double time, double fallback) {
   return parameter.IsValid() ? parameter.GetValue(time).GetDouble() : fallback;
@@ -51,7 +52,7 @@ void SetPosition(NodeMapEntry& node, const CVector3& position) {
 // The turn of ComposePose(pose, turn) taken back through XYZ angles, as the offsets set it.
 CRotation TurnedRotation(const CTransformation& global, double rx, double ry, double rz) {
   Pose turn;
-  const CQuaternion q = QuatFromEulerXYZ(rx * kDegrees, ry * kDegrees, rz * kDegrees);
+  const CQuaternion q = QuatFromEulerXYZ(rx * kDegreesToRadians, ry * kDegreesToRadians, rz * kDegreesToRadians);
   turn.qw = q.GetW(), turn.qx = q.GetX(), turn.qy = q.GetY(), turn.qz = q.GetZ();
   const Pose turned = ComposePose(TransformToPose(global), turn);
   const CVector3 angles = EulerXYZFromQuat(CQuaternion(turned.qw, turned.qx, turned.qy, turned.qz));
@@ -166,7 +167,7 @@ struct Solver {
   void Offsets() {
     // A turn of the whole body about the world origin.
     if (!c.glue->mocaps.empty() && HasOffset(0)) {
-      const CVector3 a = OffsetAngles(0) * kDegrees;
+      const CVector3 a = OffsetAngles(0) * kDegreesToRadians;
       Pose turn;
       const CQuaternion q = QuatFromEulerXYZ(a.GetX(), a.GetY(), a.GetZ());
       turn.qw = q.GetW(), turn.qx = q.GetX(), turn.qy = q.GetY(), turn.qz = q.GetZ();
@@ -286,7 +287,7 @@ struct Solver {
       NodeMapEntry& base = N(plane.anchor_index);
       NodeMapEntry& mid = N(plane.mid);
       const CTransformation mid_local = Against(mid.global_pose, base.global_pose);
-      const CRotation turn = CRotation::FromAxisAngle(axis, roll * kDegrees);
+      const CRotation turn = CRotation::FromAxisAngle(axis, roll * kDegreesToRadians);
       base.global_pose.SetRotation(CRotation::Mul(base.global_pose.GetRotation(), turn));
       mid.global_pose = Under(mid_local, base.global_pose);
     }
