@@ -17,7 +17,7 @@ namespace {
 constexpr double kAngleWrap = 6.28318531;
 
 // Below this |cos ay| the X and Z axes line up and only their sum of turns is defined.
-constexpr double kGimbalCosine = 0.1;
+constexpr double kGimbalCosine = 0.001;
 
 // Arcs whose cosine is this close to 1 blend linearly: sin theta is too small to divide by.
 constexpr double kLinearBlendMargin = 0.05;
