@@ -72,7 +72,8 @@ struct MotionBlobLayout {
 // Checks and decodes a blob of the current layout (magic first). Nothing when the magic is
 // wrong, when F < 1, N < 1 or P < 0, when N or P differ from the expected counts (pass a
 // negative count to accept any), or when any count (F, N, P, C, L, K) announces more than
-// the bytes left. A version below 1.3 stops reading after it; a blob may end there.
+// the bytes left, or when the scale is no finite number. A version below 1.3 stops
+// reading after it; a blob may end there.
 std::optional<MotionBlobLayout> DecodeMotionBlob(std::span<const uint8_t> bytes,
                                                  int32_t expected_nodes, int32_t expected_planes);
 

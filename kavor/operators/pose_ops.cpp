@@ -12,8 +12,8 @@ using KRX::MATH::CVector3;
 
 namespace {
 
-// Angles wrap into [0, 2 pi) with this constant; stored motion and presets were made with
-// it, so it stays as it is rather than the exact 2 pi.
+// Negative angles get this added; stored motion and presets were made with it, so it stays
+// as it is rather than the exact 2 pi.
 constexpr double kAngleWrap = 6.28318531;
 
 // Below this |cos ay| the X and Z axes line up and only their sum of turns is defined.
