@@ -24,7 +24,7 @@ using KRX::MATH::CVector3;
 
 // Hips, two legs with a plane each, limits on the knees, a spine and a split hip whose
 // RtoP_Y slot is used.
-constexpr const char* kBase =
+constexpr const char* kBipedBase =
     "hips { world Hips hip 0 1 0 0 0 1 0 10 0 }\n"
     "leftLeg { Hips lHip anchor 0 -1 0 0 0 1 1 0 0\n"
     "  lKnee child 0 -1 0 0 0 1 0 -4 0 limits: -10 -20 -30 150 20 30\n"
@@ -40,7 +40,7 @@ constexpr const char* kStructure =
 ModelStructure Parse(const char* text) {
   StructureParseResult parsed =
       ParseStructureText(text, "Walker", [](std::string_view name) -> std::optional<std::string> {
-        if (name == "Biped") return std::string(kBase);
+        if (name == "Biped") return std::string(kBipedBase);
         return std::nullopt;
       });
   EXPECT_TRUE(parsed.structure) << parsed.message;
