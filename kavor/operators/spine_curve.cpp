@@ -10,11 +10,11 @@ using KRX::MATH::CVector3;
 namespace {
 
 // The twist is kept with these constants so that stored twists read back as they were made.
-constexpr double kInverseTurn = 0.15915494309188485;
-constexpr double kTurn = 6.28318530718;
-constexpr double kHalfTurn = 3.1415927;
+constexpr double kTwistInverseTurn = 0.15915494309188485;
+constexpr double kTwistTurn = 6.28318530718;
+constexpr double kTwistHalfTurn = 3.1415927;
 
-bool IsFinite(const CVector3& v) {
+bool IsFinitePoint(const CVector3& v) {
   return std::isfinite(v.GetX()) && std::isfinite(v.GetY()) && std::isfinite(v.GetZ());
 }
 
@@ -63,7 +63,7 @@ void PlaceSpinePoints(const SpineCurveSamples& samples, const CVector3& p2, cons
                       SpinePointRule rule) {
   const size_t count = std::min(bone_lengths.size(), points.size());
   const CVector3 end_direction = EndDirection(samples, p2, p3);
-  CVector3 current = IsFinite(samples[0]) ? samples[0] : CVector3();
+  CVector3 current = IsFinitePoint(samples[0]) ? samples[0] : CVector3();
   size_t next_sample = 1;
   bool samples_used_up = false;
   for (size_t k = 0; k < count; ++k) {
@@ -96,7 +96,7 @@ void PlaceSpinePoints(const SpineCurveSamples& samples, const CVector3& p2, cons
       point = current + end_direction * length;
     }
     // A curve or bone length that is no number leaves the joint where the previous one is.
-    if (IsFinite(point)) current = point;
+    if (IsFinitePoint(point)) current = point;
     points[k] = current;
   }
 }
@@ -105,12 +105,12 @@ double ContinuousTwist(double previous, double measured) {
   if (!std::isfinite(measured)) return previous;
   if (!std::isfinite(previous)) return measured;
   // The previous twist's position within its turn, with the whole turns taken off.
-  const double turns = previous * kInverseTurn;
-  double difference = measured - (turns - std::trunc(turns)) * kTurn;
-  if (difference > kHalfTurn) {
-    difference -= kTurn;
-  } else if (difference < -kHalfTurn) {
-    difference += kTurn;
+  const double turns = previous * kTwistInverseTurn;
+  double difference = measured - (turns - std::trunc(turns)) * kTwistTurn;
+  if (difference > kTwistHalfTurn) {
+    difference -= kTwistTurn;
+  } else if (difference < -kTwistHalfTurn) {
+    difference += kTwistTurn;
   }
   return previous + difference;
 }

@@ -12,28 +12,28 @@ using KRX::MATH::CQuaternion;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
-constexpr double kDeg = 0.017453292519943295;
+constexpr double kDegree = 0.017453292519943295;
 
 CQuaternion AboutZ(double deg) {
-  return {std::cos(deg * kDeg / 2), 0, 0, std::sin(deg * kDeg / 2)};
+  return {std::cos(deg * kDegree / 2), 0, 0, std::sin(deg * kDegree / 2)};
 }
 
 TEST(PoseOps, EulerAnglesBothWays) {
-  EXPECT_TRUE(QuatFromEulerXYZ(10 * kDeg, 20 * kDeg, 30 * kDeg)
+  EXPECT_TRUE(QuatFromEulerXYZ(10 * kDegree, 20 * kDegree, 30 * kDegree)
                   .Equals(CQuaternion(0.951549, 0.038135, 0.189308, 0.239298), 1e-6));
-  EXPECT_NEAR(EulerXYZFromQuat(QuatFromEulerXYZ(-10 * kDeg, 0, 0)).GetX(), 6.108652, 1e-6);
+  EXPECT_NEAR(EulerXYZFromQuat(QuatFromEulerXYZ(-10 * kDegree, 0, 0)).GetX(), 6.108652, 1e-6);
   // Locked and turning backwards: X keeps its turn, with its sign following Y's.
-  EXPECT_TRUE(EulerXYZFromQuat(QuatFromEulerXYZ(30 * kDeg, -90 * kDeg, 0))
-                  .Equals(CVector3(30 * kDeg, 270 * kDeg, 0), 1e-6));
+  EXPECT_TRUE(EulerXYZFromQuat(QuatFromEulerXYZ(30 * kDegree, -90 * kDegree, 0))
+                  .Equals(CVector3(30 * kDegree, 270 * kDegree, 0), 1e-6));
   // Angles in [0, 2 pi] that rebuild the rotation, at and near the lock too; the host's XYZ
   // rotation is the same rotation.
   for (double x = -180; x <= 180; x += 45) {
     for (double y : {-90.0, -89.9, -60.0, 0.0, 30.0, 88.0, 90.0}) {
       for (double z = -135; z <= 180; z += 45) {
-        const CQuaternion q = QuatFromEulerXYZ(x * kDeg, y * kDeg, z * kDeg);
+        const CQuaternion q = QuatFromEulerXYZ(x * kDegree, y * kDegree, z * kDegree);
         const CVector3 back = EulerXYZFromQuat(q);
         EXPECT_TRUE(q.SameRotation(
-            KRX::MATH::CRotation::FromXYZAngles(CVector3(x, y, z) * kDeg).GetQuaternion()));
+            KRX::MATH::CRotation::FromXYZAngles(CVector3(x, y, z) * kDegree).GetQuaternion()));
         for (int i = 0; i < 3; ++i) EXPECT_TRUE(back[i] >= 0 && back[i] <= 6.28318531);
         EXPECT_TRUE(QuatFromEulerXYZ(back.GetX(), back.GetY(), back.GetZ()).SameRotation(q, 1e-6))
             << x << " " << y << " " << z;
