@@ -30,6 +30,11 @@ bool FindPropertyByName(const KRX::SceneItem& object, const KRX::CString& name,
 
 bool DeleteByName(const KRX::CString& name) { return TryRunCommand(L"DeleteObj", {name}); }
 
+bool DeletePropertyByName(const KRX::SceneItem& item, const KRX::CString& name) {
+  KRX::Property property;
+  return FindPropertyByName(item, name, &property) && DeleteByName(property.GetFullName());
+}
+
 bool DeleteChildByName(const KRX::X3DObject& model, const KRX::CString& name) {
   // An empty name would match the first child of any name.
   if (name.IsEmpty()) return false;
@@ -56,8 +61,8 @@ bool InspectProperty(const KRX::Property& property) {
   if (!property.IsValid()) return false;
   // Arguments: the property, no keywords, no title, modal.
   KRX::CValue result;
-  const bool ok = TryRunCommand(
-      L"InspectObj", {property.GetFullName(), KRX::CValue(), KRX::CValue(), 4}, &result);
+  const bool ok = TryRunCommand(L"InspectObj",
+                                {property.GetFullName(), KRX::CValue(), KRX::CValue(), 4}, &result);
   return ok && (result.IsEmpty() || result.GetBool());
 }
 

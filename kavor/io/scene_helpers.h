@@ -17,6 +17,10 @@ bool FindPropertyByName(const KRX::SceneItem& object, const KRX::CString& name, 
 // Runs "DeleteObj" on the object of that name; true when the command succeeded.
 bool DeleteByName(const KRX::CString& name);
 
+// Deletes the first property of `item` named `name` with "DeleteObj"; false when there is
+// none.
+bool DeletePropertyByName(const KRX::SceneItem& item, const KRX::CString& name);
+
 // Finds the object named `name` anywhere below `model` and deletes it with "DeleteObj".
 // Returns whether it was found.
 bool DeleteChildByName(const KRX::X3DObject& model, const KRX::CString& name);

@@ -155,10 +155,4 @@ bool AddIndexParameter(KRX::CustomProperty& property, const std::string& name, i
   return true;
 }
 
-int32_t ReadIndexParameter(const KRX::CustomProperty& property, const KRX::CString& name,
-                           double time) {
-  const KRX::Parameter parameter = property.GetParameter(name);
-  return parameter.IsValid() ? parameter.GetValue(time).GetInt() : -1;
-}
-
 }  // namespace kavor

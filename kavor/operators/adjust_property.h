@@ -32,8 +32,4 @@ void AddTargetAdjustments(KRX::CustomProperty& property, const RetargetModel& ta
 // an adjustment): the operator is then left out rather than reading the wrong value.
 bool AddIndexParameter(KRX::CustomProperty& property, const std::string& name, int32_t value);
 
-// The integer index parameter named `name`, read at `time`; -1 when there is none.
-int32_t ReadIndexParameter(const KRX::CustomProperty& property, const KRX::CString& name,
-                           double time);
-
 }  // namespace kavor

@@ -1,9 +1,9 @@
 #include "kavor/operators/chain_solvers.h"
 
-#include "kavor/host/host.h"
-
 #include <array>
 #include <cmath>
+
+#include "kavor/host/host.h"
 
 namespace kavor {
 
@@ -13,8 +13,6 @@ using KRX::MATH::CMatrix3;
 using KRX::MATH::CRotation;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
-
-
 
 CTransformation World(const RetargetOpContext& context, const CTransformation& model_space) {
   return CTransformation::Mul(model_space, context.model_global);
@@ -120,7 +118,8 @@ void SolveUpVectorOp(RetargetOpContext& context, KRX::OperatorContext& op, int32
   } else {
     up = -up;
   }
-  const double roll = model.Plane(entry.plane_index).plane_roll * kDegreesToRadians + entry.roll_angle;
+  const double roll =
+      model.Plane(entry.plane_index).plane_roll * kDegreesToRadians + entry.roll_angle;
   const CRotation turn = CRotation::FromAxisAngle(a, roll);
   n = turn.GetQuaternion().Rotate(n) * entry.up_length;
   const CVector3 pole = (plane.chain.size() < 4 ? b : mid) + n;

@@ -59,8 +59,7 @@ struct SemiFreeAdjustments {
 struct SpineSolve {
   double solved_time = 0.0;
   bool solved = false;
-  double twist = 0.0;         // continuous across turns
-  double twist_before = 0.0;  // before the solve at solved_time: a repeat starts from it
+  double twist = 0.0;                                    // continuous across turns
   std::vector<KRX::MATH::CTransformation> node_globals;  // world
 };
 

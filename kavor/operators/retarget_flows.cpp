@@ -57,15 +57,6 @@ std::unique_ptr<GlueMap> ReadResolvedGlue(const KRX::Model& model, RetargetModel
   return glue;
 }
 
-bool MakeOperators(GlueMap& glue, NormalizedMotion& motion, int32_t insertion_frame) {
-  return CreateRetargetOperators(glue, motion, insertion_frame);
-}
-
-void DeleteNamedProperty(const KRX::SceneItem& item, const wchar_t* name) {
-  KRX::Property property;
-  if (FindPropertyByName(item, name, &property)) DeleteByName(property.GetFullName());
-}
-
 }  // namespace
 
 bool RetargetRigToRig(const KRX::Model& source, const KRX::Model& target, int32_t start,
@@ -76,7 +67,8 @@ bool RetargetRigToRig(const KRX::Model& source, const KRX::Model& target, int32_
   if (!to.model) return false;
   std::unique_ptr<GlueMap> glue = ReadResolvedGlue(target, *to.model);
   if (!glue) return false;
-  const bool done = ApplyRigMotion(*to.model, *from.model, *glue, start, end + 1, MakeOperators);
+  const bool done =
+      ApplyRigMotion(*to.model, *from.model, *glue, start, end + 1, CreateRetargetOperators);
   RestoreModelTransforms(*to.model, *from.model);
   return done;
 }
@@ -88,7 +80,8 @@ bool LoadKavorMotion(const KRX::CString& path, const KRX::Model& target, int32_t
   if (!to.model) return false;
   std::unique_ptr<GlueMap> glue = ReadResolvedGlue(target, *to.model);
   if (!glue) return false;
-  return ApplyFileMotion(*to.model, *motion->model, *glue, insertion_frame, MakeOperators);
+  return ApplyFileMotion(*to.model, *motion->model, *glue, insertion_frame,
+                         CreateRetargetOperators);
 }
 
 bool GetRetargetFrameRange(const KRX::Model& model, int32_t* start, int32_t* end) {
@@ -121,7 +114,7 @@ void RemoveAllKavorSetup(const KRX::Model& model) {
   ScopedProgressBar progress(L"Removing KAVOR setup data from model ....", 7);
   RemoveRetargetSetup(model);
   progress.Increment();
-  DeleteNamedProperty(model, L"TagData");
+  DeletePropertyByName(model, L"TagData");
   KRX::Property page;
   if (FindPropertyByName(model, L"TagPPG", &page)) {
     KRX::CustomProperty tag_page(page.GetRef());
@@ -133,14 +126,14 @@ void RemoveAllKavorSetup(const KRX::Model& model) {
   progress.Increment();
   RemoveTags(model);
   progress.Increment();
-  DeleteNamedProperty(model, L"ZRKGlue");
+  DeletePropertyByName(model, L"ZRKGlue");
   progress.Increment();
-  DeleteNamedProperty(model, L"ZRKMap");
+  DeletePropertyByName(model, L"ZRKMap");
   progress.Increment();
-  DeleteNamedProperty(model, L"ZRKStructure");
-  DeleteNamedProperty(model, L"ZRKStructTag");
+  DeletePropertyByName(model, L"ZRKStructure");
+  DeletePropertyByName(model, L"ZRKStructTag");
   progress.Increment();
-  DeleteNamedProperty(model, L"PlotRetargetPPG");
+  DeletePropertyByName(model, L"PlotRetargetPPG");
   progress.Increment();
 }
 

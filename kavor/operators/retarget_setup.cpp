@@ -135,11 +135,6 @@ void DeleteOperator(const KRX::KinematicState& state, const wchar_t* name) {
   if (FindOperatorByName(state.GetFullName(), name, &op)) DeleteItem(op.GetFullName());
 }
 
-void DeleteProperty(const KRX::SceneItem& item, const wchar_t* name) {
-  KRX::Property property;
-  if (FindPropertyByName(item, name, &property)) DeleteItem(property.GetFullName());
-}
-
 }  // namespace
 
 bool CreateRetargetOperators(GlueMap& glue, NormalizedMotion& motion, int32_t insertion_frame) {
@@ -194,15 +189,15 @@ bool RemoveRetargetSetup(const KRX::Model& model) {
   KRX::Property adjust;
   if (!model.IsValid() || !FindPropertyByName(model, kAdjustProperty, &adjust)) return false;
   DeleteItem(adjust.GetFullName());
-  DeleteProperty(model, kMotionBlobProperty);
-  DeleteProperty(model, L"ZRKRefFrames");
+  DeletePropertyByName(model, kMotionBlobProperty);
+  DeletePropertyByName(model, L"ZRKRefFrames");
   DeleteOperator(LocalState(model), kMainOperator);
   for (const KRX::X3DObject& object : model.FindChildren(L"", L"", true)) {
     DeleteOperator(GlobalState(object), kGlobalOperator);
     DeleteOperator(GlobalState(object), kUpVectorOperator);
     DeleteOperator(LocalState(object), kSpineOperator);
     DeleteOperator(LocalState(object), kDecompOperator);
-    DeleteProperty(object, kRotationOffsetProperty);
+    DeletePropertyByName(object, kRotationOffsetProperty);
   }
   return true;
 }

@@ -15,8 +15,6 @@ using KRX::MATH::CRotation;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
-
-
 double Read(const KRX::Parameter& parameter, double time, double fallback) {
   return parameter.IsValid() ? parameter.GetValue(time).GetDouble() : fallback;
 }
@@ -52,7 +50,8 @@ void SetPosition(NodeMapEntry& node, const CVector3& position) {
 // The turn of ComposePose(pose, turn) taken back through XYZ angles, as the offsets set it.
 CRotation TurnedRotation(const CTransformation& global, double rx, double ry, double rz) {
   Pose turn;
-  const CQuaternion q = QuatFromEulerXYZ(rx * kDegreesToRadians, ry * kDegreesToRadians, rz * kDegreesToRadians);
+  const CQuaternion q =
+      QuatFromEulerXYZ(rx * kDegreesToRadians, ry * kDegreesToRadians, rz * kDegreesToRadians);
   turn.qw = q.GetW(), turn.qx = q.GetX(), turn.qy = q.GetY(), turn.qz = q.GetZ();
   const Pose turned = ComposePose(TransformToPose(global), turn);
   const CVector3 angles = EulerXYZFromQuat(CQuaternion(turned.qw, turned.qx, turned.qy, turned.qz));

@@ -44,11 +44,9 @@ void SolveSpine(RetargetOpContext& context, int32_t s, const CTransformation& an
   const GlueSpineEntry& spine = context.glue->spines[s];
   const SemiFreeEntry& semi = context.semi_free[context.spine_semi_free[s]];
   SpineSolve& state = context.spines[s];
+  // A time solved last is not solved again, so evaluating one frame twice keeps its twist.
   if (state.solved && state.solved_time == context.time) return;
-  // A repeat of the last time starts from the twist before it, so evaluating one frame
-  // twice gives the same pose.
   const double previous = state.twist;
-  state.twist_before = previous;
 
   const CTransformation goal =
       CTransformation::Mul(context.model->Node(spine.goal_node).global_pose, context.model_global);

@@ -3,8 +3,6 @@
 #include <cmath>
 #include <vector>
 
-#include "kavor/io/scene_helpers.h"
-
 namespace kavor {
 
 namespace {
@@ -48,10 +46,6 @@ void AddObject(const KRX::X3DObject& object, KeyRange* range) {
 }
 
 }  // namespace
-
-bool HasMotionBlob(const KRX::Model& model) {
-  return FindPropertyByName(model, kMotionBlobName, nullptr);
-}
 
 bool GetKeyFrameRange(const KRX::Model& model, int32_t* start_frame, int32_t* end_frame) {
   KeyRange range{*start_frame, *end_frame};

@@ -1,5 +1,5 @@
-// The frame range of a model's own animation, and whether a model carries retargeted
-// motion. The frame-range commands use these through ops::GetRetargetFrameRange.
+// The frame range of a model's own animation. The frame-range commands use it through
+// GetRetargetFrameRange when the model carries no retargeted motion.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,6 @@ namespace kavor {
 // The range a search starts from: start above and end below every frame.
 inline constexpr int32_t kNoStartFrame = 2147483647;
 inline constexpr int32_t kNoEndFrame = -2147483647;
-
-// The name of the user-data blob that holds a model's retargeted motion.
-inline constexpr const wchar_t* kMotionBlobName = L"ZRKRetargetOp";
-
-// True when the model carries a property named "ZRKRetargetOp".
-bool HasMotionBlob(const KRX::Model& model);
 
 // Narrows [*start_frame, *end_frame] to take in every key of every function curve that
 // drives a parameter of the model or of a 3D object below it (kinematics, properties and

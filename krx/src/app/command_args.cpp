@@ -92,21 +92,7 @@ CValue RefValue(const std::shared_ptr<Item>& item) {
   return CValue(CRef(std::weak_ptr<Item>(item)));
 }
 
-bool IsObjectItem(const Item& item) {
-  switch (item.cls) {
-    case ClassID::X3DObject:
-    case ClassID::Model:
-    case ClassID::Null:
-    case ClassID::Primitive:
-    case ClassID::Curve:
-    case ClassID::ChainRoot:
-    case ClassID::ChainBone:
-    case ClassID::ChainEffector:
-      return true;
-    default:
-      return false;
-  }
-}
+bool IsObjectItem(const Item& item) { return IsObjectClass(item.cls); }
 
 void ForEachParameterBelow(Item& item, bool branch, const std::function<void(ParamItem&)>& fn) {
   if (auto* param = dynamic_cast<ParamItem*>(&item)) {

@@ -18,6 +18,7 @@
 #include "kavor/maps/model_map.h"
 #include "kavor/maps/rig_test_support.h"
 #include "kavor/operators/adjust_property.h"
+#include "kavor/operators/motion_blob.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tag_templates.h"
@@ -156,10 +157,10 @@ TEST_F(TagFlows, CleanTagsFromRig) {
     EXPECT_EQ(parameters[i].GetValue().GetString(), KRX::CString(L""));
   // A retarget setup goes with the tags.
   rig_.model.AddCustomProperty(kAdjustProperty);
-  rig_.model.AddCustomProperty(kMotionBlobName);
+  rig_.model.AddCustomProperty(kMotionBlobProperty);
   EXPECT_TRUE(CleanTagsFromRig(rig_.model));
   EXPECT_FALSE(Has(rig_.model, kAdjustProperty));
-  EXPECT_FALSE(Has(rig_.model, kMotionBlobName));
+  EXPECT_FALSE(Has(rig_.model, kMotionBlobProperty));
 }
 
 TEST_F(TagFlows, SaveTagTemplate) {
