@@ -12,6 +12,11 @@ namespace kavor {
 
 // The largest file ReadWholeFile reads (512 MiB). Larger files are refused with a message.
 inline constexpr size_t kMaxWholeFileBytes = size_t{512} << 20;
+// The largest small text file read: tag templates, map files, structures, adjustment
+// presets and pose maps (8 MiB, hundreds of times the largest real one). Their readers
+// pass it to ReadWholeFile, which checks the size before reading anything, so a huge file
+// given by mistake costs no memory.
+inline constexpr size_t kMaxSmallTextFileBytes = size_t{8} << 20;
 
 // A file's bytes, owned by the buffer, with a read position. One NUL byte always follows
 // the data (it is not part of the data), so code that scans a number at the very end of

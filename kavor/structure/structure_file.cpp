@@ -15,7 +15,7 @@ std::optional<std::string> ReadBaseFile(std::string_view base_name) {
     return std::nullopt;
   }
   // A base file that cannot be read gives an empty text, which the parser reports.
-  return std::string(ReadWholeFile(path).Text());
+  return std::string(ReadWholeFile(path, nullptr, kMaxSmallTextFileBytes).Text());
 }
 
 }  // namespace
@@ -36,7 +36,7 @@ std::unique_ptr<ModelStructure> ParseStructure(const KRX::CString& name,
     LogWarning(ToWide("cannot find structure file: " + narrow_name));
     return nullptr;
   }
-  const FileBuffer buffer = ReadWholeFile(path);
+  const FileBuffer buffer = ReadWholeFile(path, nullptr, kMaxSmallTextFileBytes);
   StructureParseResult result =
       ParseStructureText(buffer.Text(), narrow_name, ReadBaseFile, options);
   if (!result.structure) LogWarning(ToWide(result.message));

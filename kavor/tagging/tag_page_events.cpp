@@ -47,7 +47,7 @@ void EditStructureFile(const KRX::CustomProperty& page, bool base) {
   std::optional<KRX::CString> path = StructurePath(Text(page, L"StructureFile"));
   if (!path) return;
   if (base) {
-    const FileBuffer buffer = ReadWholeFile(*path);
+    const FileBuffer buffer = ReadWholeFile(*path, nullptr, kMaxSmallTextFileBytes);
     Tokenizer tokenizer(buffer.Text());
     KRX::CString base_path;
     if (!FindDataFile(DataFileKind::kStructureBase, ToWide(tokenizer.ReadWord()), kFirstDataRoot,

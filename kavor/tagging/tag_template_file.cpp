@@ -60,7 +60,7 @@ void WriteTagTemplateHead(std::ostream& out, const TagTemplateHead& head) {
 std::optional<MapFile> ReadRetargetMapFile(const std::string& path,
                                            const StructureReadOptions& options) {
   ReadFileStatus status = ReadFileStatus::kOk;
-  const FileBuffer buffer = ReadWholeFile(ToWide(path), &status);
+  const FileBuffer buffer = ReadWholeFile(ToWide(path), &status, kMaxSmallTextFileBytes);
   if (status != ReadFileStatus::kOk) {
     LogWarning(ToWide("Cannot read the map file " + path));
     return std::nullopt;

@@ -1,6 +1,6 @@
 #include "kavor/tagging/tag_templates.h"
 
-#include <fstream>
+#include <sstream>
 #include <memory>
 #include <optional>
 
@@ -22,6 +22,7 @@
 #include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tag_template_file.h"
 #include "kavor/tagging/tags.h"
+#include "kavor/xml/xml_file.h"
 
 namespace kavor {
 
@@ -217,11 +218,7 @@ bool SaveTagTemplate(const KRX::Model& model, const std::string& file) {
   RetargetModel retarget(model, &*structure);
   ReadModelMap(retarget);
   if (file.empty()) return false;
-  std::ofstream out(file);
-  if (!out) {
-    LogWarning(L"You do not have permission to save to this directory.  File not saved.");
-    return false;
-  }
+  std::ostringstream out;
   TagTemplateHead head;
   head.structure_type = stored.type;
   head.structure_source = stored.source;
@@ -234,8 +231,9 @@ bool SaveTagTemplate(const KRX::Model& model, const std::string& file) {
   WriteTagTemplateHead(out, head);
   WriteTagTemplate(out, retarget);
   WriteModelMapSection(out, retarget);
-  out.close();
-  if (!out) {
+  KRX::CString why;
+  if (!ReplaceFileContents(ToWide(file), out.view(), &why)) {
+    LogWarning(why);
     LogWarning(L"You do not have permission to save to this directory.  File not saved.");
     return false;
   }
@@ -264,8 +262,10 @@ bool InheritTagTemplate(const KRX::Model& model, const std::string& file,
     return false;
   }
   ReadFileStatus status = ReadFileStatus::kOk;
-  const FileBuffer buffer = ReadWholeFile(ToWide(file), &status);
+  const FileBuffer buffer = ReadWholeFile(ToWide(file), &status, kMaxSmallTextFileBytes);
   if (buffer.Text().substr(0, 5) == "<?xml") return true;
+  // An oversized file was refused with a warning naming it and the limit; the rig stays.
+  if (status == ReadFileStatus::kTooLarge) return false;
   ScopedProgressBar progress(L"Reading Tag Template File ...", 8);
   KRX::CustomProperty page = GetOrAddTagPage(model);
   if (status != ReadFileStatus::kOk) {

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "kavor/io/file_names.h"
@@ -28,16 +26,6 @@ ssize_t ReadSome(int fd, char* out, size_t size) {
     done += static_cast<size_t>(got);
   }
   return static_cast<ssize_t>(done);
-}
-
-bool WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t put = write(fd, bytes.data(), bytes.size());
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(put));
-  }
-  return true;
 }
 
 void SetWhy(KRX::CString* why, const std::string& text) {
@@ -70,65 +58,34 @@ bool ReplaceFileContents(const KRX::CString& path, std::string_view bytes, KRX::
   return writer.Commit(why);
 }
 
-ReplacingFileWriter::~ReplacingFileWriter() { Discard(); }
-
 bool ReplacingFileWriter::Open(const KRX::CString& path, KRX::CString* why) {
-  Discard();
+  buffer_.clear();
+  file_.Discard();
   if (!IsUsablePath(path)) {
     SetWhy(why, "no file name");
     return false;
   }
-  native_ = path.GetAsciiString();
-  temporary_ = native_ + ".tmp" + std::to_string(getpid());
-  fd_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd_ < 0) {
-    SetWhy(why, std::string("cannot create the file: ") + std::strerror(errno));
+  std::string error;
+  if (!file_.Open(path.GetAsciiString(), &error)) {
+    SetWhy(why, error);
     return false;
   }
-  failed_ = false;
-  write_error_ = 0;
   buffer_.reserve(kBufferBytes + 1024);
   return true;
 }
 
-void ReplacingFileWriter::Flush() {
-  if (fd_ >= 0 && !failed_ && !WriteAll(fd_, buffer_)) {
-    failed_ = true;
-    write_error_ = errno;
-  }
-  buffer_.clear();
-}
-
 bool ReplacingFileWriter::Commit(KRX::CString* why) {
-  if (fd_ < 0) {
+  if (!file_.IsOpen()) {
     SetWhy(why, "no file is open");
     return false;
   }
   Flush();
-  const int fd = fd_;
-  fd_ = -1;
-  const bool closed = close(fd) == 0;
-  if (failed_ || !closed) {
-    const int error = failed_ ? write_error_ : errno;
-    unlink(temporary_.c_str());
-    SetWhy(why, std::string("cannot write the file: ") + std::strerror(error));
-    return false;
-  }
-  if (std::rename(temporary_.c_str(), native_.c_str()) != 0) {
-    const int rename_error = errno;
-    unlink(temporary_.c_str());
-    SetWhy(why, std::string("cannot replace the file: ") + std::strerror(rename_error));
+  std::string error;
+  if (!file_.Commit(&error)) {
+    SetWhy(why, error);
     return false;
   }
   return true;
-}
-
-void ReplacingFileWriter::Discard() {
-  buffer_.clear();
-  if (fd_ < 0) return;
-  close(fd_);
-  fd_ = -1;
-  unlink(temporary_.c_str());
 }
 
 }  // namespace kavor

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "krx/file_replace.h"
 #include "krx/value.h"
 
 namespace kavor {
@@ -14,27 +15,27 @@ namespace kavor {
 // file, a folder or a FIFO is not XML. Never blocks.
 bool IsXmlFile(const KRX::CString& path);
 
-// Replaces the file at `path` with `bytes`. The bytes go to a temporary file beside it,
-// which is then renamed over `path`, so that a failed write leaves the old file whole.
-// False with the reason in `why` (optional) when the file cannot be written.
+// Replaces the file at `path` with `bytes`, by the host's rule for every file written
+// (krx/file_replace.h): through symbolic links to the file they name, never over a folder,
+// FIFO, device or socket, keeping the old file's permissions and leaving it whole when the
+// write fails. False with the reason in `why` (optional, naming the path) otherwise.
 bool ReplaceFileContents(const KRX::CString& path, std::string_view bytes,
                          KRX::CString* why = nullptr);
 
-// A file written piece by piece that replaces the file at `path` only once it is complete:
-// the pieces go through a buffer to a temporary file beside `path`, which Commit() renames
-// over it. A writer destroyed before Commit() removes the temporary file and leaves the old
-// file as it was. Move-only.
+// A file written piece by piece through a buffer that replaces the file at `path` only once
+// it is complete, by the same rule: Open() refuses what the rule refuses, Commit() renames
+// the finished file over the target. A writer destroyed before Commit() leaves the old
+// file as it was.
 class ReplacingFileWriter {
  public:
   ReplacingFileWriter() = default;
-  ~ReplacingFileWriter();
   ReplacingFileWriter(const ReplacingFileWriter&) = delete;
   ReplacingFileWriter& operator=(const ReplacingFileWriter&) = delete;
 
-  // Creates the temporary file. False with the reason in `why` (optional) when it cannot be
-  // created; the writer then takes no pieces.
+  // Checks the path and creates the temporary file. False with the reason in `why`
+  // (optional) when it cannot be created; the writer then takes no pieces.
   bool Open(const KRX::CString& path, KRX::CString* why = nullptr);
-  bool IsOpen() const { return fd_ >= 0; }
+  bool IsOpen() const { return file_.IsOpen(); }
 
   // Appends bytes. A failed write is remembered and reported by Commit().
   void Write(std::string_view bytes) {
@@ -46,21 +47,18 @@ class ReplacingFileWriter {
     if (buffer_.size() >= kBufferBytes) Flush();
   }
 
-  // Writes what is buffered, closes the temporary file and renames it over the path. False
-  // with the reason in `why` (optional) when any of that, or an earlier write, failed; the
-  // temporary file is then removed.
+  // Writes what is buffered and replaces the file. False with the reason in `why`
+  // (optional) when any of that, or an earlier write, failed; the old file then stays.
   bool Commit(KRX::CString* why = nullptr);
 
  private:
   static constexpr size_t kBufferBytes = size_t{1} << 16;
-  void Flush();
-  void Discard();
+  void Flush() {
+    file_.Write(buffer_);
+    buffer_.clear();
+  }
 
-  int fd_ = -1;
-  int write_error_ = 0;
-  bool failed_ = false;
-  std::string native_;
-  std::string temporary_;
+  KRX::FileReplacement file_;
   std::string buffer_;
 };
 

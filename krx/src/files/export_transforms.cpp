@@ -132,7 +132,7 @@ FileResult ExportTransforms(const X3DObject& model, const std::string& path, dou
   out += object_count ? "\n ]}\n" : "]}\n";
 
   std::string error;
-  if (!files::WriteFileAtomically(path, out, &error)) {
+  if (!ReplaceFile(path, out, &error)) {
     return FileResult::Failure("cannot export transforms: " + error);
   }
   return FileResult::Success();

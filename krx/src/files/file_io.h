@@ -1,9 +1,12 @@
-// Whole-file reads of untrusted files and atomic whole-file writes.
+// Whole-file reads of untrusted files. Files are written through KRX::FileReplacement
+// (krx/file_replace.h), the one rule for every file the host and the plug-in save.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "krx/file_replace.h"
 
 namespace KRX::rt::files {
 
@@ -12,13 +15,5 @@ namespace KRX::rt::files {
 // larger than `max_bytes`. On failure `error` says why, naming the path.
 [[nodiscard]] bool ReadRegularFile(const std::string& path, uint64_t max_bytes,
                                    std::vector<uint8_t>* bytes, std::string* error);
-
-// Writes `bytes` to `path` so that a reader never sees a half-written file: the bytes go
-// to a new temporary file in the same folder, which is flushed to disk and then renamed
-// over `path`. On any failure the temporary file is removed and `path` is left as it was.
-// A new file gets the usual permissions (0666 less the umask); a replaced regular file
-// keeps its own.
-[[nodiscard]] bool WriteFileAtomically(const std::string& path, const std::string& bytes,
-                                       std::string* error);
 
 }  // namespace KRX::rt::files

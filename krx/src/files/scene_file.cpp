@@ -39,7 +39,7 @@ FileResult SaveSceneFile(const std::string& path) {
     return FileResult::Failure("cannot save the scene to " + Quoted(path) + ": " + e.what());
   }
   text.push_back('\n');
-  if (!files::WriteFileAtomically(path, text, &error)) {
+  if (!ReplaceFile(path, text, &error)) {
     return FileResult::Failure("cannot save the scene: " + error);
   }
   return FileResult::Success();

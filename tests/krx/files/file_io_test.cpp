@@ -24,7 +24,7 @@ std::string Contents(const std::string& path) {
 TEST_F(FileIoTest, ReadsOnlyRegularFilesWithinTheCap) {
   std::vector<uint8_t> bytes;
   std::string error;
-  ASSERT_TRUE(WriteFileAtomically(Path("a.txt"), "hello", &error)) << error;
+  ASSERT_TRUE(ReplaceFile(Path("a.txt"), "hello", &error)) << error;
   ASSERT_TRUE(ReadRegularFile(Path("a.txt"), 5, &bytes, &error)) << error;
   EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "hello");
   ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);  // no writer: refused, not waited on
@@ -44,7 +44,7 @@ TEST_F(FileIoTest, ReadsOnlyRegularFilesWithinTheCap) {
 TEST_F(FileIoTest, FailedWritesLeaveTheOldFile) {
   std::string error;
   const std::string target = Path("scene.json");
-  ASSERT_TRUE(WriteFileAtomically(target, "old contents", &error)) << error;
+  ASSERT_TRUE(ReplaceFile(target, "old contents", &error)) << error;
   {  // The disk refuses the write half-way (file size limit): the old file stays whole.
     struct sigaction ignore {
     }, previous{};
@@ -55,7 +55,7 @@ TEST_F(FileIoTest, FailedWritesLeaveTheOldFile) {
     struct rlimit small = old_limit;
     small.rlim_cur = 4096;
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    const bool written = WriteFileAtomically(target, std::string(100000, 'x'), &error);
+    const bool written = ReplaceFile(target, std::string(100000, 'x'), &error);
     ::setrlimit(RLIMIT_FSIZE, &old_limit);
     ::sigaction(SIGXFSZ, &previous, nullptr);
     EXPECT_FALSE(written);
@@ -63,12 +63,12 @@ TEST_F(FileIoTest, FailedWritesLeaveTheOldFile) {
     EXPECT_EQ(Contents(target), "old contents");
   }
   fs::create_directories(folder_ / "sub");
-  EXPECT_FALSE(WriteFileAtomically(Path("sub"), "x", &error));  // a folder is not replaced
+  EXPECT_FALSE(ReplaceFile(Path("sub"), "x", &error));  // a folder is not replaced
   EXPECT_NE(error.find("it is a folder"), std::string::npos) << error;
-  EXPECT_FALSE(WriteFileAtomically(Path("none/scene.json"), "x", &error));
+  EXPECT_FALSE(ReplaceFile(Path("none/scene.json"), "x", &error));
   // No temporary file is left behind; a successful write keeps the file's permissions.
   fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
-  ASSERT_TRUE(WriteFileAtomically(target, "new contents", &error)) << error;
+  ASSERT_TRUE(ReplaceFile(target, "new contents", &error)) << error;
   EXPECT_EQ(Contents(target), "new contents");
   EXPECT_EQ(fs::status(target).permissions() & fs::perms::all,
             fs::perms::owner_read | fs::perms::owner_write);
