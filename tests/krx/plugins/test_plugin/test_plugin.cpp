@@ -153,27 +153,6 @@ KRX_PLUGIN_EXPORT CStatus AlphaItem(CRef&) { return CStatus::Abort; }
 
 KRX_PLUGIN_EXPORT CStatus ThrowingItem(CRef&) { throw 42; }
 
-// "Test Op": per-instance user data counts the updates.
-KRX_PLUGIN_EXPORT CStatus TestOp_Init(CRef& in_ctxt) {
-  Context(in_ctxt).PutUserData(new int(0));
-  return CStatus::OK;
-}
-
-KRX_PLUGIN_EXPORT CStatus TestOp_Update(CRef& in_ctxt) {
-  Context ctxt(in_ctxt);
-  int* count = static_cast<int*>(ctxt.GetUserData());
-  if (!count) return CStatus::Fail;
-  ctxt.PutAttribute(L"Count", ++*count);
-  return CStatus::OK;
-}
-
-KRX_PLUGIN_EXPORT CStatus TestOp_Term(CRef& in_ctxt) {
-  Context ctxt(in_ctxt);
-  delete static_cast<int*>(ctxt.GetUserData());
-  ctxt.PutUserData(nullptr);
-  return CStatus::OK;
-}
-
 KRX_PLUGIN_EXPORT CStatus MyNewScene_OnEvent(CRef& in_ctxt) {
   Note(std::string("new scene, source valid=") +
        (Context(in_ctxt).GetSource().IsValid() ? "yes" : "no"));
