@@ -45,36 +45,25 @@ class SceneHelpersTest : public ::testing::Test {
 // Scaling, then rotation in the order "rotorder" names, then translation.
 TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
   KRX::X3DObject object = root_.AddNull(L"n");
-  const auto pose = [&](const std::vector<std::pair<const wchar_t*, double>>& values) {
-    for (const auto& [name, value] : values) {
-      EXPECT_TRUE(KRX::Succeeded(object.GetKinematics().GetLocal().PutParameterValue(name, value)));
+  // The nine neutral values, scaling, rotation (degrees) and translation, each X Y Z.
+  const auto pose = [&](const std::vector<double>& values) {
+    const wchar_t* names[] = {L"nsclx", L"nscly", L"nsclz", L"nrotx", L"nroty",
+                              L"nrotz", L"nposx", L"nposy", L"nposz"};
+    for (size_t i = 0; i < values.size(); ++i) {
+      EXPECT_TRUE(
+          KRX::Succeeded(object.GetKinematics().GetLocal().PutParameterValue(names[i], values[i])));
     }
     return NeutralPose(object);
   };
   // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
-  ExpectSamePoint(pose({{L"nsclx", 2},
-                        {L"nscly", 2},
-                        {L"nsclz", 2},
-                        {L"nrotz", 90},
-                        {L"nposx", 1},
-                        {L"nposy", 2},
-                        {L"nposz", 3}})
-                      .MapPoint(CVector3(1, 0, 0)),
+  ExpectSamePoint(pose({2, 2, 2, 0, 0, 90, 1, 2, 3}).MapPoint(CVector3(1, 0, 0)),
                   CVector3(1, 4, 3));
   // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
   // (0, 0, 1) in the order ZYX.
-  ExpectSamePoint(pose({{L"nsclx", 1},
-                        {L"nscly", 1},
-                        {L"nsclz", 1},
-                        {L"nposx", 0},
-                        {L"nposy", 0},
-                        {L"nposz", 0},
-                        {L"nrotz", 0},
-                        {L"nrotx", 90},
-                        {L"nroty", 90}})
-                      .MapPoint(CVector3(0, 1, 0)),
+  ExpectSamePoint(pose({1, 1, 1, 90, 90, 0, 0, 0, 0}).MapPoint(CVector3(0, 1, 0)),
                   CVector3(1, 0, 0));
-  ExpectSamePoint(pose({{L"rotorder", 5}}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
+  object.GetKinematics().GetLocal().PutParameterValue(L"rotorder", 5);
+  ExpectSamePoint(pose({}).MapPoint(CVector3(0, 1, 0)), CVector3(0, 0, 1));
   ExpectSamePoint(NeutralPose(KRX::X3DObject()).MapPoint(CVector3(1, 2, 3)), CVector3(1, 2, 3));
 }
 

@@ -147,28 +147,10 @@ TEST(LegLengthAndHipOffset, FromTheFirstOfTheLongestFeet) {
 TEST_F(RigTest, RestDataOfAnImportedCapture) {
   const std::filesystem::path bvh = capturetest::SharedCapture("cmu_02_01.bvh");
   if (bvh.empty()) GTEST_SKIP() << "the shared capture is not there";
-  std::map<std::string, CVector3> offsets;  // joint -> OFFSET, straight from the text
-  {
-    std::ifstream in(bvh);
-    std::string word, joint;
-    while (in >> word && word != "MOTION") {
-      if (word == "ROOT" || word == "JOINT") in >> joint;
-      if (word == "End") joint.clear();
-      double x, y, z;
-      if (word == "OFFSET" && in >> x >> y >> z && !joint.empty())
-        offsets[joint] = CVector3(x, y, z);
-    }
-  }
+  const std::map<std::string, CVector3> offsets = capturetest::JointOffsets(bvh);
   ASSERT_EQ(offsets.count("LeftFoot"), 1u);
-  const KRX::Model rig = capturetest::ImportCapture(bvh, L"Walker");
+  const KRX::Model rig = capturetest::ImportInBindPose(bvh, L"Walker");
   ASSERT_TRUE(rig.IsValid());
-  for (KRX::X3DObject joint : rig.FindChildren()) {
-    KRX::KinematicState local = joint.GetKinematics().GetLocal();
-    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
-      local.GetParameter(p).RemoveAnimation();
-      local.PutParameterValue(p, KRX::CValue(0.0));
-    }
-  }
   std::unique_ptr<ModelStructure> structure = rigtest::MakeStructure();
   rigtest::TagObjects(rig, *structure,
                       {{L"Hips", L"Hips"},

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
@@ -67,9 +68,10 @@ inline void ScaleParameter(KRX::KinematicState& local, const wchar_t* name, doub
 // Imports the capture as model `name`, every offset and root path scaled by `scale`.
 inline KRX::Model ImportCapture(const fs::path& file, const wchar_t* name, double scale = 1.0) {
   KRX::CValue result;
-  KRX::Application().ExecuteCommand(L"ImportBVH", {KRX::CValue(ToWide(file.string())), KRX::CValue(name)},
-                                    result);
-  KRX::Model model(KRX::Application().GetActiveSceneRoot().FindChild(result.GetString(), L"", false));
+  KRX::Application().ExecuteCommand(
+      L"ImportBVH", {KRX::CValue(ToWide(file.string())), KRX::CValue(name)}, result);
+  KRX::Model model(
+      KRX::Application().GetActiveSceneRoot().FindChild(result.GetString(), L"", false));
   if (scale != 1.0) {
     for (KRX::X3DObject joint : model.FindChildren()) {
       KRX::KinematicState local = joint.GetKinematics().GetLocal();
@@ -77,6 +79,33 @@ inline KRX::Model ImportCapture(const fs::path& file, const wchar_t* name, doubl
     }
   }
   return model;
+}
+
+// A capture imported and put in its bind pose (offsets only, rotation curves removed).
+inline KRX::Model ImportInBindPose(const fs::path& file, const wchar_t* name) {
+  const KRX::Model model = ImportCapture(file, name);
+  for (KRX::X3DObject joint : model.FindChildren()) {
+    KRX::KinematicState local = joint.GetKinematics().GetLocal();
+    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
+      local.GetParameter(p).RemoveAnimation();
+      local.PutParameterValue(p, KRX::CValue(0.0));
+    }
+  }
+  return model;
+}
+
+// The OFFSET of each joint of a BVH file, read straight from its text.
+inline std::map<std::string, KRX::MATH::CVector3> JointOffsets(const fs::path& file) {
+  std::ifstream in(file);
+  std::map<std::string, KRX::MATH::CVector3> offsets;
+  std::string word, joint;
+  double x, y, z;
+  while (in >> word && word != "MOTION") {
+    if (word == "ROOT" || word == "JOINT") in >> joint;
+    if (word == "End") joint.clear();
+    if (word == "OFFSET" && in >> x >> y >> z && !joint.empty()) offsets[joint] = {x, y, z};
+  }
+  return offsets;
 }
 
 // Tags the rig with a template while its joints stand in the bind pose (rotations zero),

@@ -18,48 +18,17 @@ namespace ct = capturetest;
 using KRX::MATH::CVector3;
 
 // Structure node -> joint of the motion-capture library's skeleton.
-const std::map<std::string, std::string> kCaptureJointOfNode = {{"Hips", "Hips"},
-                                                                {"Spine", "LowerBack"},
-                                                                {"Spine1", "Spine"},
-                                                                {"Spine2", "Spine1"},
-                                                                {"Neck", "Neck"},
-                                                                {"Neck1", "Neck1"},
-                                                                {"Head", "Head"},
-                                                                {"lHip", "LeftUpLeg"},
-                                                                {"lKnee", "LeftLeg"},
-                                                                {"lAnkle", "LeftFoot"},
-                                                                {"lToes", "LeftToeBase"},
-                                                                {"rHip", "RightUpLeg"},
-                                                                {"rKnee", "RightLeg"},
-                                                                {"rAnkle", "RightFoot"},
-                                                                {"rToes", "RightToeBase"},
-                                                                {"lClavicle", "LeftShoulder"},
-                                                                {"lShoulder", "LeftArm"},
-                                                                {"lElbow", "LeftForeArm"},
-                                                                {"lWrist", "LeftHand"},
-                                                                {"lHand", "LeftFingerBase"},
-                                                                {"rClavicle", "RightShoulder"},
-                                                                {"rShoulder", "RightArm"},
-                                                                {"rElbow", "RightForeArm"},
-                                                                {"rWrist", "RightHand"},
-                                                                {"rHand", "RightFingerBase"}};
-
-// The OFFSET of each joint, read straight from the file.
-std::map<std::string, CVector3> JointOffsets(const ct::fs::path& file) {
-  std::ifstream in(file);
-  std::map<std::string, CVector3> offsets;
-  std::string word, joint;
-  while (in >> word && word != "MOTION") {
-    if (word == "ROOT" || word == "JOINT") in >> joint;
-    if (word == "End") joint.clear();
-    if (word == "OFFSET") {
-      double x, y, z;
-      in >> x >> y >> z;
-      if (!joint.empty()) offsets[joint] = CVector3(x, y, z);
-    }
-  }
-  return offsets;
-}
+// clang-format off
+const std::map<std::string, std::string> kCaptureJointOfNode = {
+    {"Hips", "Hips"}, {"Spine", "LowerBack"}, {"Spine1", "Spine"}, {"Spine2", "Spine1"},
+    {"Neck", "Neck"}, {"Neck1", "Neck1"}, {"Head", "Head"}, {"lHip", "LeftUpLeg"},
+    {"lKnee", "LeftLeg"}, {"lAnkle", "LeftFoot"}, {"lToes", "LeftToeBase"}, {"rHip", "RightUpLeg"},
+    {"rKnee", "RightLeg"}, {"rAnkle", "RightFoot"}, {"rToes", "RightToeBase"},
+    {"lClavicle", "LeftShoulder"}, {"lShoulder", "LeftArm"}, {"lElbow", "LeftForeArm"},
+    {"lWrist", "LeftHand"}, {"lHand", "LeftFingerBase"}, {"rClavicle", "RightShoulder"},
+    {"rShoulder", "RightArm"}, {"rElbow", "RightForeArm"}, {"rWrist", "RightHand"},
+    {"rHand", "RightFingerBase"}};
+// clang-format on
 
 CVector3 GlobalPosition(const KRX::X3DObject& model, const std::string& name) {
   return model.FindChild(ToWide(name)).GetKinematics().GetGlobal().GetTransform().GetTranslation();
@@ -94,7 +63,7 @@ TEST(RigSetup, SurvivesSavingAndReopening) {
   WriteRigSetup(model, *structure, nullptr);
 
   // Leg length: the longer leg, thigh plus shin, from the file's offsets.
-  const std::map<std::string, CVector3> offsets = JointOffsets(bvh);
+  const std::map<std::string, CVector3> offsets = ct::JointOffsets(bvh);
   const double left = offsets.at("LeftLeg").GetLength() + offsets.at("LeftFoot").GetLength();
   const double right = offsets.at("RightLeg").GetLength() + offsets.at("RightFoot").GetLength();
   const double leg = std::max(left, right);

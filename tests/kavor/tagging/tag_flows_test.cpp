@@ -4,7 +4,6 @@
 #include "kavor/tagging/tag_flows.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,6 +12,7 @@
 
 #include "app/app_settings.h"
 #include "kavor/io/data_files.h"
+#include "kavor/io/io_test_support.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/maps/glue_map.h"
 #include "kavor/maps/model_map.h"
@@ -30,13 +30,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The log holds exactly this line at this severity.
-bool LoggedLine(int severity, const std::string& text) {
-  for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
-    if (line.severity == severity && line.text.GetAsciiString() == text) return true;
-  }
-  return false;
-}
+using rigtest::LoggedLine;
 
 bool Has(const KRX::X3DObject& object, const wchar_t* property) {
   return FindPropertyByName(object, property, nullptr);
@@ -45,9 +39,7 @@ bool Has(const KRX::X3DObject& object, const wchar_t* property) {
 class TagFlows : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "kavor_flows_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    folder_ = pattern;
+    folder_ = temp_.path();
     const fs::path structures = folder_ / "Addons" / "Trevalin" / "Data" / "Structures";
     fs::create_directories(structures);
     std::ofstream(structures / "TestBase.base") << rigtest::kBase;
@@ -65,8 +57,6 @@ class TagFlows : public testing::Test {
     KRX::rt::ResetScene();
     KRX::rt::SetInstallationPath(3, previous_path_);
     ResetDataRoots();
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
   }
 
   // A tag page for the structure with the given values, marked dirty as picking does.
@@ -110,6 +100,7 @@ class TagFlows : public testing::Test {
     return tags;
   }
 
+  iotest::TempFolder temp_;
   fs::path folder_;
   std::string previous_path_;
   std::unique_ptr<ModelStructure> structure_;

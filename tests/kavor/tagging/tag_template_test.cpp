@@ -28,19 +28,6 @@ const std::map<std::string, std::string> kJointOfNode = {
     {"lShoulder", "LeftArm"}, {"lElbow", "LeftForeArm"},
     {"lWrist", "LeftHand"},   {"lClavicle", "LeftShoulder"}};
 
-// A capture imported and put in its bind pose (offsets only): the structure's rest pose.
-KRX::Model ImportInBindPose(const ct::fs::path& file, const wchar_t* name) {
-  const KRX::Model model = ct::ImportCapture(file, name);
-  for (KRX::X3DObject joint : model.FindChildren()) {
-    KRX::KinematicState local = joint.GetKinematics().GetLocal();
-    for (const wchar_t* p : {L"rotx", L"roty", L"rotz"}) {
-      local.GetParameter(p).RemoveAnimation();
-      local.PutParameterValue(p, KRX::CValue(0.0));
-    }
-  }
-  return model;
-}
-
 // Tagging by hand: the page filled node by node, the right side first so that each mirror
 // fill is overwritten by the user's own choice right away, then applied.
 void TagByHand(const KRX::Model& model, const ModelStructure& structure) {
@@ -80,13 +67,13 @@ TEST(TagTemplate, AnotherPersonInheritsTheSetup) {
   std::unique_ptr<ModelStructure> structure = ParseStructure(L"BvhCmu");
   ASSERT_TRUE(structure);
 
-  const KRX::Model tagged = ImportInBindPose(first, L"Subject1");
+  const KRX::Model tagged = ct::ImportInBindPose(first, L"Subject1");
   TagByHand(tagged, *structure);
   const ct::fs::path file = ct::fs::temp_directory_path() / "kavor_test_cmu.tagt";
   ASSERT_TRUE(SaveTagTemplate(tagged, file.string()));
 
-  const KRX::Model inheriting = ImportInBindPose(second, L"Subject2");
-  const KRX::Model by_hand = ImportInBindPose(second, L"Subject2ByHand");
+  const KRX::Model inheriting = ct::ImportInBindPose(second, L"Subject2");
+  const KRX::Model by_hand = ct::ImportInBindPose(second, L"Subject2ByHand");
   ASSERT_TRUE(InheritTagTemplate(inheriting, file.string()));
   TagByHand(by_hand, *structure);
 
