@@ -1,12 +1,18 @@
 #include "files/file_io.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
+#include <chrono>
 #include <csignal>
+#include <future>
 #include <string>
 
+#include "files/scene_file.h"
 #include "krx/files/file_test_support.h"
 
 namespace KRX::rt::files {
@@ -73,6 +79,84 @@ TEST_F(FileIoTest, FailedWritesLeaveTheOldFile) {
   EXPECT_EQ(fs::status(target).permissions() & fs::perms::all,
             fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 2);
+}
+
+// A write through a chain of links replaces the file at its end and leaves the links as they
+// were, also for a whole scene save; a dangling link gets the file it names. A path naming
+// something other than a regular file, directly or through a link, is refused with the
+// path and what it is: nothing is written and nothing waits on a FIFO.
+TEST_F(FileIoTest, WritesThroughLinksNeverOverSpecialFiles) {
+  std::string error;
+  fs::create_directories(folder_ / "shots");
+  const std::string shot = Path("shots/s012.krxs");
+  ASSERT_TRUE(ReplaceFile(shot, "old", &error)) << error;
+  fs::permissions(shot, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  fs::create_symlink("shots/s012.krxs", folder_ / "previous");    // relative
+  fs::create_symlink(Path("previous"), folder_ / "latest.krxs");  // absolute, chained
+  {
+    ASSERT_TRUE(SaveSceneFile(Path("latest.krxs")).ok);
+    ASSERT_TRUE(fs::is_symlink(folder_ / "latest.krxs"));
+    EXPECT_TRUE(OpenSceneFile(shot).ok);
+    ASSERT_TRUE(ReplaceFile(Path("latest.krxs"), "new", &error)) << error;
+    EXPECT_EQ(Contents(shot), "new");
+    EXPECT_EQ(fs::read_symlink(folder_ / "latest.krxs"), Path("previous"));
+    EXPECT_EQ(fs::read_symlink(folder_ / "previous"), "shots/s012.krxs");
+    EXPECT_EQ(fs::status(shot).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  }
+  {  // Dangling: the named file is made when its folder exists.
+    fs::create_symlink("shots/s013.krxs", folder_ / "next");
+    ASSERT_TRUE(ReplaceFile(Path("next"), "fresh", &error)) << error;
+    EXPECT_EQ(Contents(Path("shots/s013.krxs")), "fresh");
+    EXPECT_TRUE(fs::is_symlink(folder_ / "next"));
+    fs::create_symlink("gone/s014.krxs", folder_ / "lost");
+    EXPECT_FALSE(ReplaceFile(Path("lost"), "x", &error));
+    EXPECT_NE(error.find(Path("gone") + "\": No such file"), std::string::npos) << error;
+  }
+  ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);
+  fs::create_directories(folder_ / "folder");
+  const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(sock, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string socket_path = Path("socket");
+  ASSERT_LT(socket_path.size(), sizeof(address.sun_path));
+  socket_path.copy(address.sun_path, socket_path.size());
+  ASSERT_EQ(::bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  fs::create_symlink("fifo", folder_ / "to_fifo");
+  fs::create_symlink("folder", folder_ / "to_folder");
+  fs::create_symlink("loop_b", folder_ / "loop_a");
+  fs::create_symlink("loop_a", folder_ / "loop_b");
+  const std::pair<std::string, std::string> refused[] = {
+      {"fifo", ": it is a FIFO, not a regular file"},
+      {"folder", ": it is a folder, not a regular file"},
+      {"socket", ": it is a socket, not a regular file"},
+      {"to_fifo", ": it links to \"" + Path("fifo") + "\", which is a FIFO, not a regular file"},
+      {"to_folder",
+       ": it links to \"" + Path("folder") + "\", which is a folder, not a regular file"},
+      {"loop_a", ": cannot follow the path: Too many levels of symbolic links"},
+  };
+  const auto entries = std::distance(fs::directory_iterator(folder_), fs::directory_iterator());
+  std::future<void> done = std::async(std::launch::async, [&] {
+    for (const auto& [name, reason] : refused) {
+      std::string why;
+      EXPECT_FALSE(ReplaceFile(Path(name), "x", &why)) << name;
+      EXPECT_EQ(why, "cannot write \"" + Path(name) + "\"" + reason);
+    }
+  });
+  if (done.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+    ADD_FAILURE() << "writing waited on a FIFO";
+    const int reader = ::open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK);  // releases it
+    done.wait();
+    if (reader >= 0) ::close(reader);
+  }
+  done.get();
+  ::close(sock);
+  EXPECT_TRUE(fs::is_fifo(Path("fifo")));
+  EXPECT_TRUE(fs::is_socket(Path("socket")));
+  EXPECT_TRUE(fs::is_empty(folder_ / "folder"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()),
+            entries);  // no temporary file left
 }
 
 }  // namespace
