@@ -91,16 +91,16 @@ inline void TagObjects(const KRX::Model& model, const ModelStructure& structure,
   ASSERT_TRUE(CreateTagsFromPage(model, structure, page, false));
 }
 
-// Tags every node of the test structure on the rig built by BuildRig.
-inline void TagRig(const Rig& rig, const ModelStructure& structure) {
-  TagObjects(rig.model, structure,
-             {{L"Hips", L"Hips"},
-              {L"lHip", L"LeftUpLeg"},
-              {L"lKnee", L"LeftLeg"},
-              {L"lAnkle", L"LeftFoot"},
-              {L"lToes", L"LeftToe"},
-              {L"Spine", L"Spine"},
-              {L"Chest", L"Chest"}});
+// Tags every node of the test structure on the rig built by BuildRig, and `more` besides.
+inline void TagRig(const Rig& rig, const ModelStructure& structure, Assignments more = {}) {
+  more.insert(more.begin(), {{L"Hips", L"Hips"},
+                             {L"lHip", L"LeftUpLeg"},
+                             {L"lKnee", L"LeftLeg"},
+                             {L"lAnkle", L"LeftFoot"},
+                             {L"lToes", L"LeftToe"},
+                             {L"Spine", L"Spine"},
+                             {L"Chest", L"Chest"}});
+  TagObjects(rig.model, structure, more);
 }
 
 // True when the log holds exactly this line at this severity.

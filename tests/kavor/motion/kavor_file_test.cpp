@@ -116,17 +116,9 @@ class KavorFileTest : public rigtest::RigTest {
     shoulder_ = rigtest::AddNullAt(rig_.chest, "LeftArm", 2, 14, 0);
     elbow_ = rigtest::AddNullAt(shoulder_, "LeftForeArm", 4, 14, 0);
     wrist_ = rigtest::AddNullAt(elbow_, "LeftHand", 6, 14, 0);
-    rigtest::TagObjects(rig_.model, *structure_,
-                        {{L"Hips", L"Hips"},
-                         {L"lHip", L"LeftUpLeg"},
-                         {L"lKnee", L"LeftLeg"},
-                         {L"lAnkle", L"LeftFoot"},
-                         {L"lToes", L"LeftToe"},
-                         {L"Spine", L"Spine"},
-                         {L"Chest", L"Chest"},
-                         {L"lShoulder", L"LeftArm"},
-                         {L"lElbow", L"LeftForeArm"},
-                         {L"lWrist", L"LeftHand"}});
+    rigtest::TagRig(
+        rig_, *structure_,
+        {{L"lShoulder", L"LeftArm"}, {L"lElbow", L"LeftForeArm"}, {L"lWrist", L"LeftHand"}});
     WriteRigSetup(rig_.model, *structure_, nullptr);
     path_ = folder_ / "walk.kavor";
   }
