@@ -144,8 +144,7 @@ bool FileReplacement::Open(const std::string& path, std::string* error) {
     if (!S_ISREG(resolved.info.st_mode)) {
       const std::string kind = KindOf(resolved.info.st_mode);
       if (target_ == path) return Fail("it is " + kind + ", not a regular file", 0, error);
-      return Fail("it links to " + Quoted(target_) + ", which is " + kind +
-                      ", not a regular file",
+      return Fail("it links to " + Quoted(target_) + ", which is " + kind + ", not a regular file",
                   0, error);
     }
     mode_ = resolved.info.st_mode & 07777;

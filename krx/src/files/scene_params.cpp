@@ -1,6 +1,7 @@
 #include "files/scene_params.h"
 
 #include "files/scene_format.h"
+#include "files/scene_values.h"
 #include "files/text_codec.h"
 #include "scene/expression.h"
 #include "scene/scene_edit.h"
@@ -12,8 +13,6 @@ namespace {
 // The name the scene gives a parameter's function curve.
 constexpr const wchar_t* kFCurveName = L"fcurve";
 
-OutJson Text(const CString& text) { return WideToUtf8(text.GetWideString()); }
-
 bool IsNumeric(ValueType type) {
   return type == ValueType::Int || type == ValueType::Double || type == ValueType::Bool;
 }
@@ -23,11 +22,11 @@ bool IsNumeric(ValueType type) {
 OutJson EncodeParam(const ParamItem& param, const RefEncoder& encode_ref) {
   const std::string what = "parameter \"" + WideToUtf8(FullNameOf(param).GetWideString()) + "\"";
   OutJson out;
-  out["name"] = Text(param.name);
+  out["name"] = EncodeText(param.name);
   out["value_type"] = static_cast<int>(param.value_type);
   out["capabilities"] = param.capabilities;
-  out["label"] = Text(param.label);
-  out["description"] = Text(param.description);
+  out["label"] = EncodeText(param.label);
+  out["description"] = EncodeText(param.description);
   out["value"] = EncodeValue(param.value, encode_ref, what);
   out["default"] = EncodeValue(param.default_value, encode_ref, what + " default");
   out["min"] = EncodeValue(param.min, encode_ref, what + " minimum");
@@ -35,7 +34,7 @@ OutJson EncodeParam(const ParamItem& param, const RefEncoder& encode_ref) {
   out["suggested_min"] = EncodeValue(param.suggested_min, encode_ref, what + " suggested minimum");
   out["suggested_max"] = EncodeValue(param.suggested_max, encode_ref, what + " suggested maximum");
   if (param.fcurve) out["fcurve"] = EncodeKeys(*param.fcurve, what);
-  if (param.expression) out["expression"] = Text(*param.expression);
+  if (param.expression) out["expression"] = EncodeText(*param.expression);
   if (param.grid) out["grid"] = EncodeGrid(*param.grid, encode_ref, what + " cell");
   return out;
 }

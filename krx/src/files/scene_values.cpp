@@ -13,14 +13,14 @@ namespace {
 
 constexpr size_t kKeyFields = 8;
 
-OutJson EncodeText(const CString& text) { return WideToUtf8(text.GetWideString()); }
-
 double Finite(double v, const std::string& what) {
   if (!std::isfinite(v)) throw DocumentError{what + " is not a finite number"};
   return v;
 }
 
 }  // namespace
+
+OutJson EncodeText(const CString& text) { return WideToUtf8(text.GetWideString()); }
 
 bool IsKnownValueType(int64_t code) {
   switch (code) {

@@ -16,6 +16,8 @@ using RefEncoder = std::function<OutJson(const CRef& ref)>;
 // names nothing).
 using RefResolver = std::function<CRef(const CString& full_name)>;
 
+// Text as a JSON string (UTF-8).
+OutJson EncodeText(const CString& text);
 // Throws DocumentError (naming `what`) for a number that is not finite.
 OutJson EncodeValue(const CValue& value, const RefEncoder& encode_ref, const std::string& what);
 // True when the encoded value holds a reference (it can only be decoded once every item of

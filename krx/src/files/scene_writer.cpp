@@ -15,8 +15,6 @@ namespace KRX::rt::files {
 
 namespace {
 
-OutJson Text(const CString& text) { return WideToUtf8(text.GetWideString()); }
-
 std::string Utf8(const CString& text) { return WideToUtf8(text.GetWideString()); }
 
 bool Alive(const Item* item) { return item && !item->deleted; }
@@ -96,7 +94,7 @@ class SceneWriter {
       throw DocumentError{"\"" + Utf8(name) + "\" is the full name of " + std::to_string(count) +
                           " items; a reference to one of them could not be read back"};
     }
-    return Text(name);
+    return EncodeText(name);
   }
 
   OutJson RefRecord(const CRef& ref) {
@@ -125,8 +123,8 @@ class SceneWriter {
   OutJson ItemRecord(const Item& item, int nesting) {
     OutJson out;
     out["class"] = static_cast<int>(item.cls);
-    out["type"] = Text(CString(item.type));
-    out["name"] = Text(item.name);
+    out["type"] = EncodeText(CString(item.type));
+    out["name"] = EncodeText(item.name);
     OutJson params = OutJson::array();
     for (const auto& param : item.params) {
       auto typed = std::dynamic_pointer_cast<ParamItem>(param);
@@ -199,18 +197,18 @@ class SceneWriter {
 
   OutJson OperatorRecord(const OperatorItem& op) {
     OutJson out = ItemRecord(op, 0);
-    out["op_type"] = Text(op.op_type);
+    out["op_type"] = EncodeText(op.op_type);
     out["scripted"] = op.scripted;
-    out["script"] = Text(op.script);
-    out["language"] = Text(op.language);
-    out["current_group"] = Text(op.current_group);
+    out["script"] = EncodeText(op.script);
+    out["language"] = EncodeText(op.language);
+    out["current_group"] = EncodeText(op.current_group);
     out["always_evaluate"] = op.always_evaluate;
     out["construction_mode"] = op.construction_mode;
     OutJson ports = OutJson::array();
     for (const PortData& port : op.ports) {
       OutJson record;
-      record["group"] = Text(port.group);
-      record["name"] = Text(port.name);
+      record["group"] = EncodeText(port.group);
+      record["name"] = EncodeText(port.name);
       record["output"] = port.output;
       record["target"] = NameOf(*port.target.lock());
       ports.push_back(std::move(record));
