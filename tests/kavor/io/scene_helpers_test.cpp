@@ -55,9 +55,9 @@ TEST_F(SceneHelpersTest, NeutralPoseComposesScalingRotationTranslation) {
     }
     return NeutralPose(object);
   };
-  // Scale 2, 90 degrees about Z, then (1, 2, 3): (1, 0, 0) lands on (1, 4, 3).
-  ExpectSamePoint(pose({2, 2, 2, 0, 0, 90, 1, 2, 3}).MapPoint(CVector3(1, 0, 0)),
-                  CVector3(1, 4, 3));
+  // Scale (2, 3, 4), 90 degrees about Z, then (1, 2, 3): (1, 1, 1) lands on (-2, 4, 7).
+  ExpectSamePoint(pose({2, 3, 4, 0, 0, 90, 1, 2, 3}).MapPoint(CVector3(1, 1, 1)),
+                  CVector3(-2, 4, 7));
   // 90 degrees about X and Y take (0, 1, 0) to (1, 0, 0) when X turns first, and to
   // (0, 0, 1) in the order ZYX.
   ExpectSamePoint(pose({1, 1, 1, 90, 90, 0, 0, 0, 0}).MapPoint(CVector3(0, 1, 0)),
