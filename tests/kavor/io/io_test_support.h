@@ -60,16 +60,20 @@ inline bool Logged(int severity, std::initializer_list<std::string> parts) {
   return false;
 }
 
-// Makes a FIFO at `path` and runs `read` on it; fails the test instead of hanging when the
-// read waits for a writer (a writer that opens and closes then releases it).
-template <typename Read>
-void ExpectNoWaitOnFifo(const std::string& path, Read read) {
+// Makes a FIFO at `path` and runs `use` on it (reading or writing); fails the test instead
+// of hanging when it waits for the other end. A reader opened here releases a waiting
+// writer and takes what it writes; a writer that opens and closes releases a waiting reader.
+template <typename Use>
+void ExpectNoWaitOnFifo(const std::string& path, Use use) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  std::future<void> done = std::async(std::launch::async, read);
+  std::future<void> done = std::async(std::launch::async, use);
   if (done.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
-    ADD_FAILURE() << "reading a FIFO waited for a writer";
+    ADD_FAILURE() << "opening a FIFO waited for its other end";
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
     const int writer = open(path.c_str(), O_WRONLY | O_NONBLOCK);
     if (writer >= 0) close(writer);
+    done.wait();
+    if (reader >= 0) close(reader);
   }
   done.get();
 }
