@@ -29,7 +29,7 @@ bool ExtractAll(RetargetModel& target, RetargetModel& source, GlueMap& glue, int
       progress.Increment();
     }
   }
-  Finish(motion);
+  Finish(motion, options.contact_blend);
   return !hand_over || hand_over(glue, motion, insertion_frame);
 }
 
@@ -53,7 +53,7 @@ bool ApplyRigMotion(RetargetModel& target, RetargetModel& source, GlueMap& glue,
   }
   SetCurrentFrame(current);
   RefreshModel(source.model);
-  Finish(motion);
+  Finish(motion, options.contact_blend);
   CollectCurveKeys(source, first, end - 1);
   const bool handed = !hand_over || hand_over(glue, motion, first);
   RefreshModel(target.model);

@@ -174,6 +174,28 @@ void DenormalizeIntoHierarchy(RetargetModel& target, const RetargetModel& source
   }
 }
 
+// The source's rest length of the bone that plays target node `i`: the path from source
+// node `s` up the source's structure to the source node playing i's target parent. When
+// both structures have the same nodes this is the source node's own length; when the source
+// has extra nodes in between (a three-joint spine driving a two-joint one), the bone-length
+// ratio must compare the whole source segment with the target bone, or the target bone
+// grows by the skipped segments. Falls back to the source node's own length when the
+// target parent's source does not lie above `s`.
+double SourceSegmentLength(const RetargetModel& target, const RetargetModel& source, int32_t i,
+                           int32_t s) {
+  const int32_t p = ParentOf(target, i);
+  const int32_t parent_source = p >= 0 ? target.Node(p).source_index : -1;
+  double length = 0.0;
+  int32_t j = s;
+  for (int32_t steps = 0; parent_source >= 0 && j >= 0 && steps < source.NumNodes(); ++steps) {
+    if (j == parent_source) return length;
+    length += source.Node(j).length;
+    const int32_t up = source.structure->nodes[static_cast<size_t>(j)].parent;
+    j = up >= 0 && up < j ? up : -1;
+  }
+  return source.Node(s).length;
+}
+
 bool IsLimbEndOrFree(StructureNodeType type) {
   return type == StructureNodeType::kIk || type == StructureNodeType::kFree;
 }
@@ -215,7 +237,7 @@ void ExtractFrame(RetargetModel& target, RetargetModel& source, double time,
     if (s >= 0) node.global_pose.SetRotation(source.Node(s).global_pose.GetRotation());
   }
 
-  ComputeUpVectors(source);
+  ComputeUpVectors(source, options.straight_limb_angle);
   const int32_t planes = std::min(target.NumPlanes(), source.NumPlanes());
   for (int32_t p = 0; p < planes; ++p) target.Plane(p).up_vector = source.Plane(p).up_vector;
 
@@ -252,7 +274,7 @@ void ExtractFrame(RetargetModel& target, RetargetModel& source, double time,
     NodeMapEntry& node = target.Node(i);
     const int32_t s = node.source_index;
     if (s <= 0 || s >= source.NumNodes() || !IsLimbEndOrFree(NodeInfo(target, i).type)) continue;
-    const double source_length = source.Node(s).length;
+    const double source_length = SourceSegmentLength(target, source, i, s);
     if (!(source_length > kTinyLength)) continue;
     const int32_t p = ParentOf(target, i);
     if (p >= 0) {

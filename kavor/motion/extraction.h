@@ -11,6 +11,8 @@
 
 #include "kavor/maps/glue_map.h"
 #include "kavor/maps/retarget_model.h"
+#include "kavor/motion/finish.h"
+#include "kavor/motion/normalize.h"
 
 namespace kavor {
 
@@ -34,7 +36,22 @@ enum class UnsourcedNodeRule {
 
 struct ExtractOptions {
   UnsourcedNodeRule unsourced_nodes = UnsourcedNodeRule::kKeepGlobalRotation;
+  // How the finishing stage blends limb ends back after contacts (finish.h).
+  ContactBlendRule contact_blend = ContactBlendRule::kStraightLine;
+  // Below this bend (radians) a source limb counts as straight: its bend plane is not
+  // measured but filled in from the neighbouring frames. At 0.1 rad an arm bent by less than
+  // 5.7 degrees takes a plane from other frames and its elbow moves off the source's by up
+  // to 0.2 % of the leg length; a tiny angle keeps every measurable bend.
+  double straight_limb_angle = kStraightLimbAngle;
 };
+
+// The options the user chose in the plug-in's preferences (KAVOR.ini, section "RETARGET",
+// integers, 0 for off, written as 0 the first time they are read):
+//   KEEP_BIND_ROTATION  1: nodes without a source keep their bind rotation (kKeepBindRotation)
+//   BLEND_DRIFT_ONLY    1: contacts blend out only their drift (ContactBlendRule::kDriftOnly)
+//   STRAIGHT_LIMB_MICRORADIANS  the straight-limb angle in millionths of a radian (100000)
+// Without a preferences file every option is off.
+ExtractOptions PreferredExtractOptions();
 
 // The target's pose for the source's frame `time` into the target's global and local
 // poses and plane up-vectors.

@@ -76,7 +76,7 @@ bool IsGroundedFoot(const NormalizedMotion& motion, int32_t node) {
          HasNoFrictionOrFreeAncestor(*motion.target, node);
 }
 
-void Finish(NormalizedMotion& motion) {
+void Finish(NormalizedMotion& motion, ContactBlendRule blend) {
   if (!CanFinish(motion)) {
     if (motion.frame_count > 0) {
       LogWarning(ToWide("The motion was not finished: it does not match the target's structure."));
@@ -88,7 +88,7 @@ void Finish(NormalizedMotion& motion) {
     AlignOtherFeet(motion);
   } else {
     SetFootHeights(motion);
-    ProcessContacts(motion);
+    ProcessContacts(motion, blend);
   }
   FillUpVectors(motion);
 }

@@ -23,9 +23,21 @@
 
 namespace kavor {
 
+// How a limb end goes back to its own path after a contact (ProcessContacts).
+enum class ContactBlendRule {
+  // A straight line, per axis, from the value the contact left to the limb end's own value
+  // a few frames on: the frames in between lose their own motion, even where the contact
+  // left no drift at all (a source retargeted onto a copy of itself moves its hands and
+  // feet by up to 0.4 % of the leg length).
+  kStraightLine,
+  // Only the drift that the contact left is blended out over those frames, on top of the
+  // limb end's own motion: without drift the path stays exactly as transferred.
+  kDriftOnly,
+};
+
 // The whole stage: with more than two feet FitLimbEndPaths then AlignOtherFeet, otherwise
 // SetFootHeights then ProcessContacts; FillUpVectors last on both paths.
-void Finish(NormalizedMotion& motion);
+void Finish(NormalizedMotion& motion, ContactBlendRule blend = ContactBlendRule::kStraightLine);
 
 // Feet standing on the ground (a foot node with no ik, friction or free node above it, and
 // a source) take the source foot's height scaled by the leg-length ratio, in every frame.
@@ -37,8 +49,9 @@ void SetFootHeights(NormalizedMotion& motion);
 // source's step times the leg-length ratio: a planted source foot stays planted. Where the
 // source moves again the target blends back onto its own path over up to four frames,
 // pulled back within reach of the limb's anchor; a contact lasting to the last frame is
-// re-integrated without a blend.
-void ProcessContacts(NormalizedMotion& motion);
+// re-integrated without a blend. `blend` says how the blend back goes.
+void ProcessContacts(NormalizedMotion& motion,
+                     ContactBlendRule blend = ContactBlendRule::kStraightLine);
 
 // For characters with many feet: records each plane's limb height (`limb_heights`, the
 // largest vertical extent of the limb end below or above its anchor, measured on the

@@ -45,15 +45,21 @@ void Reintegrate(std::vector<CTransformation>& poses, const std::vector<CVector3
   }
 }
 
-// Frames `from` to `from` + count - 1 of one axis go in a straight line from the value
-// before `from` to the value of the last of them, each kept within reach of the anchor.
+// Frames `from` to `from` + count - 1 of one axis go back onto the limb end's own path,
+// each kept within reach of the anchor: in a straight line from the value before `from` to
+// the value of the last of them, or, blending the drift only, along the own path plus the
+// drift `drift` (the value before `from` less its own value there) fading out.
 void BlendBack(std::vector<CTransformation>& poses, const std::vector<CTransformation>& anchor,
-               int axis, int32_t from, int32_t count, double reach) {
+               int axis, int32_t from, int32_t count, double reach, ContactBlendRule blend,
+               double drift) {
   const double start = AxisAt(poses, from - 1, axis);
   const double goal = AxisAt(poses, from + count - 1, axis);
   for (int32_t r = from; r < from + count; ++r) {
     const double t = static_cast<double>(r - from + 1) / static_cast<double>(count);
-    SetAxisAt(poses, r, axis, start + t * (goal - start));
+    const double value = blend == ContactBlendRule::kDriftOnly
+                             ? AxisAt(poses, r, axis) + (1.0 - t) * drift
+                             : start + t * (goal - start);
+    SetAxisAt(poses, r, axis, value);
     const auto frame = static_cast<size_t>(r);
     PullWithinReach(poses[frame], anchor[frame].GetTranslation(), reach);
   }
@@ -78,7 +84,7 @@ void SetFootHeights(NormalizedMotion& motion) {
   }
 }
 
-void ProcessContacts(NormalizedMotion& motion) {
+void ProcessContacts(NormalizedMotion& motion, ContactBlendRule blend) {
   if (!CanFinish(motion)) return;
   const ModelStructure& structure = *motion.target->structure;
   const int32_t frames = motion.frame_count;
@@ -109,9 +115,12 @@ void ProcessContacts(NormalizedMotion& motion) {
           continue;
         }
         if (start < 0) continue;
+        const double own = AxisAt(poses, f - 1, axis);
         Reintegrate(poses, steps, axis, start, f, ratio);
-        if (f < frames)
-          BlendBack(poses, anchor, axis, f, std::min(kBlendFrames, frames - f), reach);
+        if (f < frames) {
+          BlendBack(poses, anchor, axis, f, std::min(kBlendFrames, frames - f), reach, blend,
+                    AxisAt(poses, f - 1, axis) - own);
+        }
         start = -1;
       }
     }

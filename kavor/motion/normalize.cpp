@@ -16,8 +16,6 @@ using KRX::MATH::CRotation;
 using KRX::MATH::CTransformation;
 using KRX::MATH::CVector3;
 
-constexpr double kStraightLimbAngle = 0.1;
-
 bool IsNodeIndex(const RetargetModel& model, int32_t node) {
   return node >= 0 && node < model.NumNodes();
 }
@@ -67,9 +65,19 @@ void SolveLimb(RetargetModel& model, int32_t plane_index) {
   const CVector3 v = model.NodePosition(a) - base.GetTranslation();
   const CTransformation base_inverse = RigidInverse(base);
   const CVector3 target = base_inverse.MapPoint(model.NodePosition(end));
-  const CVector3 normal_in_base = base_inverse.GetRotation().GetQuaternion().Rotate(normal);
+  CVector3 normal_in_base = base_inverse.GetRotation().GetQuaternion().Rotate(normal);
 
   const double reach = target.GetLength();
+  // The bend turns the upper bone about the limb plane's normal. The up-vector comes from the
+  // motion and need not stand square to this limb's reach line (other proportions, a blended
+  // or filled up-vector); turning about a tilted axis would swing the knee by less than the
+  // bend angle and the end would miss the lower bone's length. So the normal's component
+  // along the reach line is dropped first.
+  if (reach > 1e-9) {
+    const CVector3 along = target * (1.0 / reach);
+    CVector3 square = normal_in_base - along * normal_in_base.Dot(along);
+    if (square.NormalizeInPlace()) normal_in_base = square * normal_in_base.GetLength();
+  }
   if (!(reach > 1e-9) || !(upper > 1e-9)) return;
   const double cosine = std::clamp(
       (reach * reach + upper * upper - lower * lower) / (2.0 * reach * upper), -1.0, 1.0);
@@ -113,7 +121,7 @@ void DenormalizeRotations(RetargetModel& model) {
   }
 }
 
-void ComputeUpVectors(RetargetModel& model) {
+void ComputeUpVectors(RetargetModel& model, double straight_angle) {
   if (!model.structure) return;
   for (int32_t p = 0; p < model.NumPlanes(); ++p) {
     const StructurePlane& plane = model.structure->planes[static_cast<size_t>(p)];
@@ -127,7 +135,7 @@ void ComputeUpVectors(RetargetModel& model) {
     CVector3 e = model.NodePosition(plane.span) - anchor;
     CVector3 m = model.NodePosition(plane.mid) - anchor;
     if (!e.NormalizeInPlace() || !m.NormalizeInPlace()) continue;
-    if (e.GetAngle(m) < kStraightLimbAngle) continue;
+    if (e.GetAngle(m) < straight_angle) continue;
     CVector3 up = e.Cross(m);
     if (up.NormalizeInPlace()) limb.up_vector = up;
   }

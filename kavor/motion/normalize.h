@@ -19,9 +19,14 @@ void NormalizeRotations(RetargetModel& model, bool use_extraction);
 // by the normalized rotation.
 void DenormalizeRotations(RetargetModel& model);
 
+// The angle (radians) between a limb's anchor-to-end and anchor-to-middle directions below
+// which the limb counts as straight and spans no plane.
+inline constexpr double kStraightLimbAngle = 0.1;
+
 // Each plane's up_vector: the unit normal of the anchor-to-end and anchor-to-middle
-// directions of the current global poses, or zero when the limb is straighter than 0.1 rad.
-void ComputeUpVectors(RetargetModel& model);
+// directions of the current global poses, or zero when the limb is straighter than
+// `straight_angle` (the finishing stage fills those frames in from their neighbours).
+void ComputeUpVectors(RetargetModel& model, double straight_angle = kStraightLimbAngle);
 
 // Each plane's bend_sign: +1 for a three-node chain; for longer chains -1 when bending the
 // chain's first pair of bones and its last pair (by pulling the end object towards the

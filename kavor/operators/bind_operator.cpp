@@ -84,6 +84,28 @@ void PrecomputeTopology(RetargetOpContext& context) {
     const int32_t parent = structure.nodes[i].parent;
     context.node_parent[i] = (parent >= 0 && parent < i) ? parent : -1;
   }
+  // A free node whose rig object the glue only turns cannot move away from its parent: the
+  // solve keeps the offset the rig has (read from the pose the model is bound in), or the
+  // nodes the glue does place (limb ends) would land where the rig's chain cannot follow.
+  context.is_rigid.assign(n, false);
+  context.rigid_offset.assign(n, CVector3());
+  if (context.glue && context.model) {
+    RetargetModel& model = *context.model;
+    for (const GlueMocapEntry& entry : context.glue->mocaps) {
+      const int32_t k = entry.node_index;
+      const int32_t parent = k > 0 && k < n ? context.node_parent[k] : -1;
+      if (parent < 0 || k >= model.NumNodes() ||
+          structure.nodes[k].type != StructureNodeType::kFree ||
+          entry.type != GlueMocapType::kRotationOnly) {
+        continue;
+      }
+      context.is_rigid[k] = true;
+      context.rigid_offset[k] =
+          KRX::MATH::MapWorldPoseToObjectSpace(model.Node(parent).global_pose,
+                                               model.Node(k).global_pose)
+              .GetTranslation();
+    }
+  }
   context.plane_of_end_node.assign(n, -1);
   for (int32_t p = structure.NumPlanes() - 1; p >= 0; --p) {
     const int32_t span = structure.planes[p].span;

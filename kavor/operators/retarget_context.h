@@ -101,6 +101,11 @@ struct RetargetOpContext {
   std::vector<double> plane_reach;
   std::vector<int32_t> plane_of_end_node;  // [node]: the first plane ending there, or -1
   std::vector<int32_t> node_parent;        // [node]: structure parent, -1 for the root
+  // [node]: a free node whose rig object the glue only turns keeps the offset from its
+  // parent that it was bound with (its place follows from its parent's turn); the others
+  // take their offset from the motion.
+  std::vector<bool> is_rigid;
+  std::vector<KRX::MATH::CVector3> rigid_offset;
   // [semi-free entry]: the entry's node and its descendants, in node order.
   std::vector<std::vector<int32_t>> semi_free_branches;
   // [semi-free entry]: the planes whose base node lies in the entry's branch.

@@ -68,7 +68,8 @@ bool RetargetRigToRig(const KRX::Model& source, const KRX::Model& target, int32_
   std::unique_ptr<GlueMap> glue = ReadResolvedGlue(target, *to.model);
   if (!glue) return false;
   const bool done =
-      ApplyRigMotion(*to.model, *from.model, *glue, start, end + 1, CreateRetargetOperators);
+      ApplyRigMotion(*to.model, *from.model, *glue, start, end + 1, CreateRetargetOperators,
+                     PreferredExtractOptions());
   RestoreModelTransforms(*to.model, *from.model);
   return done;
 }
@@ -81,7 +82,7 @@ bool LoadKavorMotion(const KRX::CString& path, const KRX::Model& target, int32_t
   std::unique_ptr<GlueMap> glue = ReadResolvedGlue(target, *to.model);
   if (!glue) return false;
   return ApplyFileMotion(*to.model, *motion->model, *glue, insertion_frame,
-                         CreateRetargetOperators);
+                         CreateRetargetOperators, PreferredExtractOptions());
 }
 
 bool GetRetargetFrameRange(const KRX::Model& model, int32_t* start, int32_t* end) {

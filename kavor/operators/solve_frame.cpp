@@ -105,7 +105,11 @@ struct Solver {
       N(i).global_pose = global;
     }
     for (int32_t i = 0; i < m.NumNodes(); ++i) {
-      if (Parent(i) >= 0) N(i).local_pose = Against(N(i).global_pose, N(Parent(i)).global_pose);
+      if (Parent(i) < 0) continue;
+      N(i).local_pose = Against(N(i).global_pose, N(Parent(i)).global_pose);
+      if (static_cast<size_t>(i) < c.is_rigid.size() && c.is_rigid[i]) {
+        N(i).local_pose.SetTranslation(c.rigid_offset[i]);
+      }
     }
     for (int32_t p = 0; p < m.NumPlanes(); ++p) {
       CVector3 up = ReadPlaneSample(c.bytes, layout, p, f);
