@@ -1,8 +1,8 @@
 #include "kavor/tagging/tag_templates.h"
 
-#include <sstream>
 #include <memory>
 #include <optional>
+#include <sstream>
 
 #include "kavor/host/host.h"
 #include "kavor/io/messages.h"
