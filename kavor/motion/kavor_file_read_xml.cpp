@@ -37,7 +37,7 @@ using xercesc::Attributes;
 // stays readable, and a damaged file cannot make it grow without bound.
 constexpr size_t kMaxCollectedErrors = 100;
 // Values quoted in messages are cut to this many characters.
-constexpr size_t kQuotedLength = 40;
+constexpr size_t kQuotedValueLength = 40;
 
 // The sections below the document element, in the order they are read.
 enum Section { kHeader, kNodes, kPlanes, kPoses, kCurves, kSectionCount };
@@ -54,8 +54,8 @@ using Errors = std::vector<CString>;
 CString Text(std::u16string_view text) { return FromXmlText(std::u16string(text).c_str()); }
 
 CString Quoted(const CString& text) {
-  if (text.Length() <= kQuotedLength) return L"\"" + text + L"\"";
-  return L"\"" + text.GetSubString(0, kQuotedLength) + L"...\"";
+  if (text.Length() <= kQuotedValueLength) return L"\"" + text + L"\"";
+  return L"\"" + text.GetSubString(0, kQuotedValueLength) + L"...\"";
 }
 
 // 8-bit text of a value for the number readers; characters beyond ASCII can be part of no
