@@ -273,8 +273,11 @@ CStatus PutStateTransform(KineStateItem& state, const CTransformation& transform
   if (!object || state.deleted) return CStatus::Fail;
   if (ContextItem* context = RunningOutputContext(state)) {
     // Inside the update of the operator writing this object: its write.
-    const auto* output = dynamic_cast<const KineStateItem*>(
-        OutputTargetOf(*context->op, context->output_index).get());
+    // A class test by ID: this runs on every operator write.
+    const std::shared_ptr<Item> target = OutputTargetOf(*context->op, context->output_index);
+    const auto* output = target && target->cls == ClassID::KinematicState
+                             ? static_cast<const KineStateItem*>(target.get())
+                             : nullptr;
     CTransformation written = transform;
     if (output && output->global != state.global) {
       EvaluateObject(*object, context->time);

@@ -194,8 +194,10 @@ CValue ConvertForParam(const ParamItem& param, const CValue& value) {
 CStatus PutParamValue(ParamItem& param, const CValue& value, double time) {
   if (param.deleted || param.grid) return CStatus::Fail;
   const double at = ResolveTime(time);
-  if (auto* state = dynamic_cast<KineStateItem*>(param.owner);
-      state && state->global && state->object) {
+  auto* state = param.owner && param.owner->cls == ClassID::KinematicState
+                    ? static_cast<KineStateItem*>(param.owner)
+                    : nullptr;
+  if (state && state->global && state->object) {
     EnsureObjectBinding(*state->object);
     const int index = KineParamIndex(*state->object, param, true);
     if (index >= 0 && !HasAnimationSource(param)) {

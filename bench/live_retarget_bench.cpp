@@ -1,0 +1,203 @@
+// Cost of playing a live retarget: a 31-joint capture (tagged with the shipped template)
+// retargeted onto a copy of it 1.2 times its size with 50 objects below its model, every
+// driven object under its chain operator and the main operator solving each frame.
+// - BM_PlayRetargetedRig: one iteration is one scene frame: move the current frame and read
+//   every object's global transform, as playback and plotting do. All operators run.
+// - BM_SolveFrame: the main operator's solve alone for one frame, without the host.
+// - BM_PlayRigWithoutOperators: the same rig playing its imported curves, no operators.
+// Playing the retargeted rig less the solve and less the rig without operators, over the
+// operator calls of a frame, bounds the host's cost per operator call (it also holds the
+// chain operators' own small work).
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <vector>
+
+#include "kavor/io/scene_helpers.h"
+#include "kavor/motion/play_control.h"
+#include "kavor/operators/retarget_context.h"
+#include "kavor/operators/retarget_flows.h"
+#include "kavor/operators/retarget_solve.h"
+#include "plugins/plugin_loader.h"
+#include "runtime/log.h"
+#include "tests/kavor/motion/capture_rig_support.h"
+
+// The plug-in's operator callbacks, linked in from the plug-in's library and handed to the
+// host directly (the module itself is not loaded).
+extern "C" {
+KRX::CStatus RetargetOp_Init(KRX::CRef&);
+KRX::CStatus RetargetOp_Update(KRX::CRef&);
+KRX::CStatus RetargetOp_Term(KRX::CRef&);
+KRX::CStatus RetargetGlobalOp_Init(KRX::CRef&);
+KRX::CStatus RetargetGlobalOp_Update(KRX::CRef&);
+KRX::CStatus RetargetGlobalOp_Term(KRX::CRef&);
+KRX::CStatus RetargetUpVOp_Init(KRX::CRef&);
+KRX::CStatus RetargetUpVOp_Update(KRX::CRef&);
+KRX::CStatus RetargetUpVOp_Term(KRX::CRef&);
+KRX::CStatus RetargetDecompOp_Init(KRX::CRef&);
+KRX::CStatus RetargetDecompOp_Update(KRX::CRef&);
+KRX::CStatus RetargetDecompOp_Term(KRX::CRef&);
+KRX::CStatus RetargetSpineOp_Init(KRX::CRef&);
+KRX::CStatus RetargetSpineOp_Update(KRX::CRef&);
+KRX::CStatus RetargetSpineOp_Term(KRX::CRef&);
+KRX::CStatus RetargetAdjustPPG_Define(KRX::CRef&);
+KRX::CStatus RetargetAdjustPPG_DefineLayout(KRX::CRef&);
+KRX::CStatus TagPPG_Define(KRX::CRef&);
+KRX::CStatus TagPPG_DefineLayout(KRX::CRef&);
+KRX::CStatus KRXLoadPlugin(KRX::PluginRegistrar&);
+}
+
+namespace {
+
+namespace ct = kavor::capturetest;
+
+constexpr int kTargetObjects = 50;
+
+// Registers the plug-in in process, with the callbacks a retarget calls.
+bool LoadPlugInInProcess() {
+  static const bool loaded = [] {
+    std::vector<std::pair<std::string, KRX::CallbackFn>> callbacks = {
+      {"RetargetOp_Init", &RetargetOp_Init},
+      {"RetargetOp_Update", &RetargetOp_Update},
+      {"RetargetOp_Term", &RetargetOp_Term},
+      {"RetargetGlobalOp_Init", &RetargetGlobalOp_Init},
+      {"RetargetGlobalOp_Update", &RetargetGlobalOp_Update},
+      {"RetargetGlobalOp_Term", &RetargetGlobalOp_Term},
+      {"RetargetUpVOp_Init", &RetargetUpVOp_Init},
+      {"RetargetUpVOp_Update", &RetargetUpVOp_Update},
+      {"RetargetUpVOp_Term", &RetargetUpVOp_Term},
+      {"RetargetDecompOp_Init", &RetargetDecompOp_Init},
+      {"RetargetDecompOp_Update", &RetargetDecompOp_Update},
+      {"RetargetDecompOp_Term", &RetargetDecompOp_Term},
+      {"RetargetSpineOp_Init", &RetargetSpineOp_Init},
+      {"RetargetSpineOp_Update", &RetargetSpineOp_Update},
+      {"RetargetSpineOp_Term", &RetargetSpineOp_Term},
+      {"RetargetAdjustPPG_Define", &RetargetAdjustPPG_Define},
+      {"RetargetAdjustPPG_DefineLayout", &RetargetAdjustPPG_DefineLayout},
+      {"TagPPG_Define", &TagPPG_Define},
+      {"TagPPG_DefineLayout", &TagPPG_DefineLayout},
+    };
+    return KRX::rt::LoadInProcessPlugin(&KRXLoadPlugin,
+                                        KRX::rt::ResolveFromTable(std::move(callbacks)));
+  }();
+  return loaded;
+}
+
+struct Setup {
+  KRX::Model target;
+  std::vector<KRX::KinematicState> globals;  // every object below the target's model
+  int operators = 0;
+  int frames = 0;
+};
+
+// False (with the reason in `why`) when the shared capture is not on this machine or the
+// retarget did not build.
+bool Prepare(Setup& setup, std::string& why, bool retarget = true) {
+  const ct::fs::path capture = ct::SharedCapture("cmu_02_01.bvh");
+  if (capture.empty()) {
+    why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
+    return false;
+  }
+  if (!LoadPlugInInProcess()) {
+    why = "the plug-in did not load";
+    return false;
+  }
+  ct::NewSceneWithShippedData();
+  const KRX::Model source = ct::ImportCapture(capture, L"Source");
+  const KRX::Model target = ct::ImportCapture(capture, L"Target", 1.2);
+  for (int extra = static_cast<int>(target.FindChildren().size()); extra < kTargetObjects; ++extra) {
+    KRX::X3DObject(target).AddNull(KRX::CString(L"prop") + KRX::CString(std::to_string(extra)));
+  }
+  const ct::fs::path tags = ct::ShippedTemplate("CmuJointNames.tagt");
+  if (!ct::TagInBindPose(source, tags) || !ct::TagInBindPose(target, tags)) {
+    why = "the shipped template did not tag the capture";
+    return false;
+  }
+  setup.frames = static_cast<int>(KRX::Application().GetActiveProject().GetPlayControl()
+                                      .GetParameterValue(L"Out").GetDouble());
+  if (retarget && !kavor::RetargetRigToRig(source, target, 1, setup.frames)) {
+    why = "the retarget did not build";
+    for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) why += "\n  " + line.text.GetAsciiString();
+    return false;
+  }
+  setup.target = target;
+  for (const KRX::X3DObject& object : target.FindChildren(L"", L"", true)) {
+    setup.globals.push_back(object.GetKinematics().GetGlobal());
+    const KRX::CString state = object.GetKinematics().GetGlobal().GetFullName();
+    for (const wchar_t* name :
+         {L"RetargetGlobalOp", L"RetargetUpVOp", L"RetargetDecompOp", L"RetargetSpineOp"}) {
+      if (kavor::FindOperatorByName(state, name, nullptr)) ++setup.operators;
+    }
+  }
+  // The main operator sits on the model's own local state.
+  ++setup.operators;
+  // The first evaluation binds the operators.
+  for (KRX::KinematicState& global : setup.globals) (void)global.GetTransform(1.0);
+  return !retarget || kavor::FindLiveContext(target) != nullptr;
+}
+
+// Plays every frame of `setup`'s take, reading each object's global transform.
+void Play(benchmark::State& state, Setup& setup) {
+  int frame = 1;
+  double sum = 0.0;
+  for (auto _ : state) {
+    kavor::SetCurrentFrame(frame);
+    for (KRX::KinematicState& global : setup.globals) {
+      sum += global.GetTransform(frame).GetTranslation().GetX();
+    }
+    frame = frame % setup.frames + 1;
+  }
+  benchmark::DoNotOptimize(sum);
+  state.counters["frames_per_second"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+  state.counters["objects"] = static_cast<double>(setup.globals.size());
+  state.counters["operators"] = setup.operators;
+}
+
+// The same rig playing its own imported animation, with no operators: the scene's own cost.
+void BM_PlayRigWithoutOperators(benchmark::State& state) {
+  Setup setup;
+  std::string why;
+  if (!Prepare(setup, why, false)) {
+    state.SkipWithError(why.c_str());
+    return;
+  }
+  Play(state, setup);
+}
+BENCHMARK(BM_PlayRigWithoutOperators)->Unit(benchmark::kMicrosecond);
+
+void BM_PlayRetargetedRig(benchmark::State& state) {
+  Setup setup;
+  std::string why;
+  if (!Prepare(setup, why)) {
+    state.SkipWithError(why.c_str());
+    return;
+  }
+  Play(state, setup);
+}
+BENCHMARK(BM_PlayRetargetedRig)->Unit(benchmark::kMicrosecond);
+
+void BM_SolveFrame(benchmark::State& state) {
+  Setup setup;
+  std::string why;
+  if (!Prepare(setup, why)) {
+    state.SkipWithError(why.c_str());
+    return;
+  }
+  kavor::RetargetOpContext& context = *kavor::FindLiveContext(setup.target);
+  int frame = 1;
+  for (auto _ : state) {
+    kavor::MapTime(context, frame);
+    kavor::SolveFrame(context);
+    benchmark::ClobberMemory();
+    frame = frame % setup.frames + 1;
+  }
+  state.counters["frames_per_second"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+  state.counters["nodes"] = context.model ? context.model->NumNodes() : 0;
+}
+BENCHMARK(BM_SolveFrame)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
