@@ -3,7 +3,13 @@
 forward for two strides, made from sine waves. The first frame is the rest T-pose, so
 the take can be tagged on frame 1.
 
-    python3 make_walker.py [OUT.bvh]
+With --strider, writes strider.bvh instead: the character the walk is retargeted onto,
+standing in its rest T-pose for one frame. It has other proportions (longer legs, a
+shorter back, shorter arms), other joint names and another hierarchy (a root joint on the
+ground above the pelvis, the legs hanging from the pelvis, the arms from the top of the
+spine).
+
+    python3 make_walker.py [--strider] [OUT.bvh]
 """
 import math
 import sys
@@ -24,6 +30,23 @@ JOINTS = [
 ]
 END_SITES = {"Head": (0, 15, 0), "LeftToeBase": (0, 0, 5), "RightToeBase": (0, 0, 5),
              "LeftHand": (10, 0, 0), "RightHand": (-10, 0, 0)}
+STRIDER = [
+    ("root", None, (0, 0, 0)),
+    ("pelvis", "root", (0, 104, 0)),
+    ("thigh_l", "pelvis", (10, -5, 0)), ("calf_l", "thigh_l", (0, -46, 1)),
+    ("foot_l", "calf_l", (0, -44, -1)), ("ball_l", "foot_l", (0, -7, 13)),
+    ("thigh_r", "pelvis", (-10, -5, 0)), ("calf_r", "thigh_r", (0, -46, 1)),
+    ("foot_r", "calf_r", (0, -44, -1)), ("ball_r", "foot_r", (0, -7, 13)),
+    ("spine_01", "pelvis", (0, 8, 0)), ("spine_02", "spine_01", (0, 10, -1)),
+    ("spine_03", "spine_02", (0, 10, 0)),
+    ("neck_01", "spine_03", (0, 13, 0)), ("head", "neck_01", (0, 9, 1)),
+    ("clavicle_l", "spine_03", (3, 9, 0)), ("upperarm_l", "clavicle_l", (13, 0, 0)),
+    ("lowerarm_l", "upperarm_l", (24, 0, 0)), ("hand_l", "lowerarm_l", (21, 0, 0)),
+    ("clavicle_r", "spine_03", (-3, 9, 0)), ("upperarm_r", "clavicle_r", (-13, 0, 0)),
+    ("lowerarm_r", "upperarm_r", (-24, 0, 0)), ("hand_r", "lowerarm_r", (-21, 0, 0)),
+]
+STRIDER_END_SITES = {"head": (0, 14, 0), "ball_l": (0, 0, 5), "ball_r": (0, 0, 5),
+                     "hand_l": (9, 0, 0), "hand_r": (-9, 0, 0)}
 FRAMES = 60
 FRAME_TIME = 1.0 / 30.0
 
@@ -50,11 +73,11 @@ def rotations(name, phase):
     return (0.0, 0.0, 0.0)
 
 
-def write(out):
+def write_hierarchy(out, joints, end_sites):
     children = {}
-    for name, parent, _ in JOINTS:
+    for name, parent, _ in joints:
         children.setdefault(parent, []).append(name)
-    offsets = {name: offset for name, _, offset in JOINTS}
+    offsets = {name: offset for name, _, offset in joints}
 
     def block(name, depth):
         pad = "\t" * depth
@@ -66,13 +89,24 @@ def write(out):
         out.write(f"{pad}\tCHANNELS {channels} Zrotation Xrotation Yrotation\n")
         for child in children.get(name, []):
             block(child, depth + 1)
-        if name in END_SITES:
-            ex, ey, ez = END_SITES[name]
+        if name in end_sites:
+            ex, ey, ez = end_sites[name]
             out.write(f"{pad}\tEnd Site\n{pad}\t{{\n{pad}\t\tOFFSET {ex:.4f} {ey:.4f} {ez:.4f}\n{pad}\t}}\n")
         out.write(f"{pad}}}\n")
 
     out.write("HIERARCHY\n")
-    block("Hips", 0)
+    block(joints[0][0], 0)
+
+
+def write_strider(out):
+    write_hierarchy(out, STRIDER, STRIDER_END_SITES)
+    values = [0.0] * (3 + 3 * len(STRIDER))
+    out.write(f"MOTION\nFrames: 1\nFrame Time: {FRAME_TIME:.7f}\n")
+    out.write(" ".join(f"{v:.4f}" for v in values) + "\n")
+
+
+def write(out):
+    write_hierarchy(out, JOINTS, END_SITES)
     out.write(f"MOTION\nFrames: {FRAMES}\nFrame Time: {FRAME_TIME:.7f}\n")
     for f in range(FRAMES):
         # Frame 0 is the rest pose; the walk eases in over the first few frames.
@@ -85,6 +119,9 @@ def write(out):
 
 
 if __name__ == "__main__":
-    path = sys.argv[1] if len(sys.argv) > 1 else "walker.bvh"
+    args = sys.argv[1:]
+    strider = "--strider" in args
+    args = [a for a in args if a != "--strider"]
+    path = args[0] if args else ("strider.bvh" if strider else "walker.bvh")
     with open(path, "w") as handle:
-        write(handle)
+        (write_strider if strider else write)(handle)

@@ -28,7 +28,7 @@ enum class ContactBlendRule {
   // A straight line, per axis, from the value the contact left to the limb end's own value
   // a few frames on: the frames in between lose their own motion, even where the contact
   // left no drift at all (a source retargeted onto a copy of itself moves its hands and
-  // feet by up to 0.4 % of the leg length).
+  // feet by up to 0.5 % of the leg length).
   kStraightLine,
   // Only the drift that the contact left is blended out over those frames, on top of the
   // limb end's own motion: without drift the path stays exactly as transferred.
