@@ -18,70 +18,15 @@
 #include "kavor/operators/retarget_context.h"
 #include "kavor/operators/retarget_flows.h"
 #include "kavor/operators/retarget_solve.h"
-#include "plugins/plugin_loader.h"
 #include "runtime/log.h"
 #include "tests/kavor/motion/capture_rig_support.h"
-
-// The plug-in's operator callbacks, linked in from the plug-in's library and handed to the
-// host directly (the module itself is not loaded).
-extern "C" {
-KRX::CStatus RetargetOp_Init(KRX::CRef&);
-KRX::CStatus RetargetOp_Update(KRX::CRef&);
-KRX::CStatus RetargetOp_Term(KRX::CRef&);
-KRX::CStatus RetargetGlobalOp_Init(KRX::CRef&);
-KRX::CStatus RetargetGlobalOp_Update(KRX::CRef&);
-KRX::CStatus RetargetGlobalOp_Term(KRX::CRef&);
-KRX::CStatus RetargetUpVOp_Init(KRX::CRef&);
-KRX::CStatus RetargetUpVOp_Update(KRX::CRef&);
-KRX::CStatus RetargetUpVOp_Term(KRX::CRef&);
-KRX::CStatus RetargetDecompOp_Init(KRX::CRef&);
-KRX::CStatus RetargetDecompOp_Update(KRX::CRef&);
-KRX::CStatus RetargetDecompOp_Term(KRX::CRef&);
-KRX::CStatus RetargetSpineOp_Init(KRX::CRef&);
-KRX::CStatus RetargetSpineOp_Update(KRX::CRef&);
-KRX::CStatus RetargetSpineOp_Term(KRX::CRef&);
-KRX::CStatus RetargetAdjustPPG_Define(KRX::CRef&);
-KRX::CStatus RetargetAdjustPPG_DefineLayout(KRX::CRef&);
-KRX::CStatus TagPPG_Define(KRX::CRef&);
-KRX::CStatus TagPPG_DefineLayout(KRX::CRef&);
-KRX::CStatus KRXLoadPlugin(KRX::PluginRegistrar&);
-}
+#include "tests/kavor/operators/in_process_plugin.h"
 
 namespace {
 
 namespace ct = kavor::capturetest;
 
 constexpr int kTargetObjects = 50;
-
-// Registers the plug-in in process, with the callbacks a retarget calls.
-bool LoadPlugInInProcess() {
-  static const bool loaded = [] {
-    std::vector<std::pair<std::string, KRX::CallbackFn>> callbacks = {
-      {"RetargetOp_Init", &RetargetOp_Init},
-      {"RetargetOp_Update", &RetargetOp_Update},
-      {"RetargetOp_Term", &RetargetOp_Term},
-      {"RetargetGlobalOp_Init", &RetargetGlobalOp_Init},
-      {"RetargetGlobalOp_Update", &RetargetGlobalOp_Update},
-      {"RetargetGlobalOp_Term", &RetargetGlobalOp_Term},
-      {"RetargetUpVOp_Init", &RetargetUpVOp_Init},
-      {"RetargetUpVOp_Update", &RetargetUpVOp_Update},
-      {"RetargetUpVOp_Term", &RetargetUpVOp_Term},
-      {"RetargetDecompOp_Init", &RetargetDecompOp_Init},
-      {"RetargetDecompOp_Update", &RetargetDecompOp_Update},
-      {"RetargetDecompOp_Term", &RetargetDecompOp_Term},
-      {"RetargetSpineOp_Init", &RetargetSpineOp_Init},
-      {"RetargetSpineOp_Update", &RetargetSpineOp_Update},
-      {"RetargetSpineOp_Term", &RetargetSpineOp_Term},
-      {"RetargetAdjustPPG_Define", &RetargetAdjustPPG_Define},
-      {"RetargetAdjustPPG_DefineLayout", &RetargetAdjustPPG_DefineLayout},
-      {"TagPPG_Define", &TagPPG_Define},
-      {"TagPPG_DefineLayout", &TagPPG_DefineLayout},
-    };
-    return KRX::rt::LoadInProcessPlugin(&KRXLoadPlugin,
-                                        KRX::rt::ResolveFromTable(std::move(callbacks)));
-  }();
-  return loaded;
-}
 
 struct Setup {
   KRX::Model target;
@@ -98,7 +43,7 @@ bool Prepare(Setup& setup, std::string& why, bool retarget = true) {
     why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
     return false;
   }
-  if (!LoadPlugInInProcess()) {
+  if (!kavor::inprocess::LoadPlugInInProcess()) {
     why = "the plug-in did not load";
     return false;
   }
