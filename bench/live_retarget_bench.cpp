@@ -85,6 +85,7 @@ bool Prepare(Setup& setup, std::string& why, bool retarget = true) {
 void Play(benchmark::State& state, Setup& setup) {
   int frame = 1;
   double sum = 0.0;
+  kavor::inprocess::Updates() = {};
   for (auto _ : state) {
     kavor::SetCurrentFrame(frame);
     for (KRX::KinematicState& global : setup.globals) {
@@ -97,6 +98,14 @@ void Play(benchmark::State& state, Setup& setup) {
       benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
   state.counters["objects"] = static_cast<double>(setup.globals.size());
   state.counters["operators"] = setup.operators;
+  // The operators' own work, and what remains per operator call once it and the same rig's
+  // cost without operators are taken off: the host's cost of calling an operator.
+  const kavor::inprocess::UpdateTally& updates = kavor::inprocess::Updates();
+  const double iterations = static_cast<double>(state.iterations());
+  state.counters["update_us_per_frame"] = 1e-3 * static_cast<double>(updates.nanoseconds) /
+                                          (iterations > 0 ? iterations : 1.0);
+  state.counters["update_calls_per_frame"] =
+      static_cast<double>(updates.calls) / (iterations > 0 ? iterations : 1.0);
 }
 
 // The same rig playing its own imported animation, with no operators: the scene's own cost.

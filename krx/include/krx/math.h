@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 
 namespace KRX::MATH {
 
@@ -47,8 +48,11 @@ class CVector3 {
   bool operator==(const CVector3& o) const = default;
 
   double Dot(const CVector3& o) const { return x_ * o.x_ + y_ * o.y_ + z_ * o.z_; }
-  CVector3 Cross(const CVector3& o) const;
-  double GetLength() const;
+  // Inline, as the other small operations: the solvers call these in their inner loops.
+  CVector3 Cross(const CVector3& o) const {
+    return {y_ * o.z_ - z_ * o.y_, z_ * o.x_ - x_ * o.z_, x_ * o.y_ - y_ * o.x_};
+  }
+  double GetLength() const { return std::sqrt(GetLengthSquared()); }
   double GetLengthSquared() const { return Dot(*this); }
   // Scales to unit length. Returns false and leaves the vector unchanged when its length
   // is below `epsilon` (a zero vector has no direction).
@@ -89,11 +93,24 @@ class CQuaternion {
   CQuaternion Conjugate() const { return {w_, -x_, -y_, -z_}; }
   double Dot(const CQuaternion& o) const { return w_ * o.w_ + x_ * o.x_ + y_ * o.y_ + z_ * o.z_; }
   // Unit length; the identity when the quaternion is (near) zero.
-  void NormalizeInPlace();
+  void NormalizeInPlace() {
+    const double length = std::sqrt(Dot(*this));
+    if (!(length > 1e-12)) {
+      Set(1.0, 0.0, 0.0, 0.0);
+      return;
+    }
+    const double inv = 1.0 / length;
+    Set(w_ * inv, x_ * inv, y_ * inv, z_ * inv);
+  }
   // Spherical interpolation along the shorter arc; t = 0 gives a, t = 1 gives b.
   static CQuaternion Slerp(const CQuaternion& a, const CQuaternion& b, double t);
-  // Applies the rotation to a vector.
-  CVector3 Rotate(const CVector3& v) const;
+  // Applies the rotation to a vector: q v q* expanded as v + w t + u x t, with u the vector
+  // part and t = 2 (u x v).
+  CVector3 Rotate(const CVector3& v) const {
+    const CVector3 u(x_, y_, z_);
+    const CVector3 t = u.Cross(v) * 2.0;
+    return v + t * w_ + u.Cross(t);
+  }
   bool Equals(const CQuaternion& o, double epsilon = 1e-9) const;
   // True when both represent the same rotation (q or -q).
   bool SameRotation(const CQuaternion& o, double epsilon = 1e-9) const;

@@ -27,16 +27,6 @@ double Length(double w, double x, double y, double z) {
 
 CQuaternion CQuaternion::Mul(const CQuaternion& a, const CQuaternion& b) { return Hamilton(b, a); }
 
-void CQuaternion::NormalizeInPlace() {
-  const double length = Length(w_, x_, y_, z_);
-  if (!(length > 1e-12)) {
-    Set(1.0, 0.0, 0.0, 0.0);
-    return;
-  }
-  const double inv = 1.0 / length;
-  Set(w_ * inv, x_ * inv, y_ * inv, z_ * inv);
-}
-
 CQuaternion CQuaternion::Slerp(const CQuaternion& a, const CQuaternion& b, double t) {
   // q and -q are the same rotation: flip b into a's hemisphere to take the shorter arc.
   const double sign = a.Dot(b) < 0.0 ? -1.0 : 1.0;
@@ -55,13 +45,6 @@ CQuaternion CQuaternion::Slerp(const CQuaternion& a, const CQuaternion& b, doubl
   CQuaternion r(wa * a.w_ + wb * bw, wa * a.x_ + wb * bx, wa * a.y_ + wb * by, wa * a.z_ + wb * bz);
   r.NormalizeInPlace();
   return r;
-}
-
-CVector3 CQuaternion::Rotate(const CVector3& v) const {
-  // q v q* expanded: v + w t + u x t with u the vector part and t = 2 (u x v).
-  const CVector3 u(x_, y_, z_);
-  const CVector3 t = u.Cross(v) * 2.0;
-  return v + t * w_ + u.Cross(t);
 }
 
 bool CQuaternion::Equals(const CQuaternion& o, double epsilon) const {

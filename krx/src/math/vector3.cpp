@@ -6,12 +6,6 @@
 
 namespace KRX::MATH {
 
-CVector3 CVector3::Cross(const CVector3& o) const {
-  return {y_ * o.z_ - z_ * o.y_, z_ * o.x_ - x_ * o.z_, x_ * o.y_ - y_ * o.x_};
-}
-
-double CVector3::GetLength() const { return std::sqrt(GetLengthSquared()); }
-
 bool CVector3::NormalizeInPlace(double epsilon) {
   const double length = GetLength();
   // Written so that a NaN length also fails the test.
