@@ -226,10 +226,20 @@ void NotifyParameterChanged(const CRef& parameter) {
   std::shared_ptr<Item> param = LiveItem(parameter);
   if (!param || !param->owner) return;
   std::shared_ptr<PageState> page = FindPage(param->owner);
-  if (!page || !page->open) return;
-  std::shared_ptr<Item> property = page->property.lock();
-  if (property) FireEvent(page, property, param, PPGEvent::ParameterChange, L"Parameter",
-                          param->name);
+  if (page && page->open) {
+    std::shared_ptr<Item> property = page->property.lock();
+    if (property) FireEvent(page, property, param, PPGEvent::ParameterChange, L"Parameter",
+                            param->name);
+    return;
+  }
+  // No open page: the property's class hears of the change through _ParameterChanged.
+  if (param->owner->cls != ClassID::CustomProperty) return;
+  auto context = std::make_shared<ContextItem>();
+  context->source = param;
+  context->attributes[L"Parameter"] = CValue(param->name);
+  CRef ref = RefTo(context);
+  InvokeCallback(PageClassName(RefTo(param->owner->shared_from_this())), "_ParameterChanged",
+                 ref);
 }
 
 CStatus ClosePage(const CRef& property) {

@@ -33,7 +33,10 @@ bool InspectProperty(const CRef& property, bool modal);
 CStatus FirePPGEvent(const CRef& property, PPGEvent id, const CString& item_name = L"");
 
 // For host paths that change a parameter as a user would (SetValue and the like): fires
-// ParameterChange when the page of the parameter's property is open.
+// ParameterChange when the page of the parameter's property is open; otherwise calls the
+// property class's `_ParameterChanged` (when it has one) with the parameter as the
+// context's source and "Parameter" = its name, so that a plug-in reacts to every change
+// exactly once, whether its page is shown or not.
 void NotifyParameterChanged(const CRef& parameter);
 
 // Fires OnClosed on an open page and closes it.

@@ -124,6 +124,15 @@ CStatus LoopPageEvent(CRef& ctxt) {
   return CStatus::OK;
 }
 
+// The parameter names that _ParameterChanged heard of, checked against its source.
+std::vector<std::string> g_changed;
+CStatus LoopParameterChanged(CRef& ctxt) {
+  const Context context(ctxt);
+  const CString name = context.GetAttribute(L"Parameter").GetString();
+  if (Parameter(context.GetSource()).GetName() == name) g_changed.push_back(name.GetAsciiString());
+  return CStatus::OK;
+}
+
 TEST_F(PageTest, HandlersDoNotFireThemselvesEndlessly) {
   std::shared_ptr<Item> loop = MakeProperty(L"LoopPage", {L"Speed"});
   g_loop_property = RefTo(loop);
@@ -134,13 +143,18 @@ TEST_F(PageTest, HandlersDoNotFireThemselvesEndlessly) {
   EXPECT_EQ(FirePPGEvent(g_loop_property, PPGEvent::ButtonClicked, L"Again"), CStatus::OK);
   EXPECT_EQ(g_button_events, 4);
   EXPECT_TRUE(Logged(kSeverityWarning, {"LoopPage", "nested too deeply"}));
-  {  // Parameter writes reach the page only while it is open.
+  {  // Parameter writes reach the page while it is open, _ParameterChanged otherwise:
+     // each write is heard once.
+    RegisterInProcessCallback("LoopPage_ParameterChanged", &LoopParameterChanged);
+    g_changed.clear();
     CRef speed = RefTo(loop->params[0]);
     NotifyParameterChanged(speed);
     EXPECT_EQ(g_parameter_events, 1);
+    EXPECT_EQ(g_changed, (std::vector<std::string>{"Speed"}));
     ASSERT_TRUE(InspectProperty(g_loop_property, false));
     NotifyParameterChanged(speed);
     EXPECT_EQ(g_parameter_events, 2);
+    EXPECT_EQ(g_changed.size(), 1u);
   }
   g_loop_property = CRef();
 }
