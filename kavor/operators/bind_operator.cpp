@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavor/host/host.h"
@@ -100,10 +102,9 @@ void PrecomputeTopology(RetargetOpContext& context) {
         continue;
       }
       context.is_rigid[k] = true;
-      context.rigid_offset[k] =
-          KRX::MATH::MapWorldPoseToObjectSpace(model.Node(parent).global_pose,
-                                               model.Node(k).global_pose)
-              .GetTranslation();
+      context.rigid_offset[k] = KRX::MATH::MapWorldPoseToObjectSpace(model.Node(parent).global_pose,
+                                                                     model.Node(k).global_pose)
+                                    .GetTranslation();
     }
   }
   context.plane_of_end_node.assign(n, -1);
@@ -257,24 +258,6 @@ void ReadSemiFree(RetargetOpContext& context, double time) {
   }
 }
 
-// A plane whose "Clamp" is on plants its end node from the insertion frame on, at the
-// place where the end node was last solved.
-void BuildClampRecords(RetargetOpContext& context, double time) {
-  const ModelStructure& structure = *context.structure;
-  context.plane_clamps.assign(structure.planes.size(), {});
-  for (int32_t p = 0; p < structure.NumPlanes(); ++p) {
-    const int32_t span = structure.planes[p].span;
-    if (span < 0 || span >= structure.NumNodes()) continue;
-    const KRX::Parameter clamp = Adjustment(context, structure.nodes[span].name + "Clamp");
-    if (!clamp.IsValid() || !clamp.GetValue(time).GetBool()) continue;
-    ClampRecord record;
-    record.start = 0;
-    record.clamp = true;
-    record.position = context.model->NodePosition(span);
-    context.plane_clamps[p].push_back(record);
-  }
-}
-
 }  // namespace
 
 bool RefreshBlobView(RetargetOpContext& context) {
@@ -345,6 +328,99 @@ bool BindRetargetOp(RetargetOpContext& context, KRX::UserDataBlob blob, double t
   return true;
 }
 
+namespace {
+
+// The structure node of the k-th glue mocap entry with a rig object (k from 1); -1 when
+// there is none.
+int32_t ClampTargetNode(const RetargetOpContext& context, int32_t k) {
+  if (k < 1 || !context.glue) return -1;
+  int32_t seen = 0;
+  for (const GlueMocapEntry& entry : context.glue->mocaps) {
+    if (!entry.object.IsValid() || ++seen < k) continue;
+    const int32_t node = entry.node_index;
+    return node >= 0 && node < context.structure->NumNodes() ? node : -1;
+  }
+  return -1;
+}
+
+// The motion frame that plays at scene time `time`, whole, as keys are turned into frames.
+int32_t MotionFrameAt(const RetargetOpContext& context, double time) {
+  const double speed = context.speed > 0.0 ? context.speed : 1.0;
+  const double s = (time - context.insertion_frame) * speed + 0.1;
+  const double last = std::max(context.frame_count - 1, 0);
+  if (!(s > 0.0)) return 0;
+  return static_cast<int32_t>(std::min(s, last));
+}
+
+// The start frame of a key at `key_time`: keys before the insertion frame start at motion
+// frame 0, keys past the motion's end never start.
+int32_t KeyStart(const RetargetOpContext& context, double key_time) {
+  const double speed = context.speed > 0.0 ? context.speed : 1.0;
+  const double s = (key_time - context.insertion_frame) * speed + 0.1;
+  if (!(s > 0.0)) return 0;
+  if (!(s < context.frame_count)) return context.frame_count;
+  return static_cast<int32_t>(s);
+}
+
+}  // namespace
+
+void BuildClampRecords(RetargetOpContext& context, int32_t plane, double time) {
+  if (!context.structure || plane < 0 || plane >= context.structure->NumPlanes()) return;
+  context.plane_clamps.resize(context.structure->planes.size());
+  std::vector<ClampRecord>& records = context.plane_clamps[plane];
+  records.clear();
+  const int32_t span = context.structure->planes[plane].span;
+  if (span < 0 || span >= context.structure->NumNodes() || !context.adjust_property.IsValid()) {
+    return;
+  }
+  const std::string& end = context.structure->nodes[span].name;
+  const KRX::Parameter clamp = Adjustment(context, end + "Clamp");
+  if (!clamp.IsValid()) return;
+  const KRX::Parameter target = Adjustment(context, end + "Frame");
+  const KRX::Parameter blend_back = Adjustment(context, end + "BlendBack");
+  // (key time, plant) pairs: the keys of an animated "Clamp", or one plant from the
+  // motion's first frame when it is on and not animated.
+  std::vector<std::pair<double, bool>> keys;
+  const KRX::FCurve curve = clamp.GetFCurve();
+  const bool animated = curve.IsValid() && curve.GetNumKeys() > 0;
+  if (animated) {
+    for (const KRX::FCurveKeyData& key : curve.GetKeys())
+      keys.emplace_back(key.time, key.value > 0.5);
+  } else if (clamp.GetValue(time).GetBool()) {
+    keys.emplace_back(context.insertion_frame, true);
+  }
+  for (const auto& [key_time, plant] : keys) {
+    ClampRecord record;
+    record.start = KeyStart(context, key_time);
+    record.clamp = plant;
+    if (!plant) {
+      record.blend_back =
+          blend_back.IsValid() ? std::max(blend_back.GetValue(key_time).GetInt(), 0) : 0;
+      records.push_back(record);
+      continue;
+    }
+    // A keyed plant holds the end where the motion puts it on the key's frame; an
+    // unanimated one where it is at `time`, the frame the user sees when switching it on.
+    if (animated) {
+      SolveBeforeClamps(context, record.start, key_time);
+    } else {
+      SolveBeforeClamps(context, MotionFrameAt(context, time), time);
+    }
+    const CVector3 world = context.model->NodePosition(span);
+    record.target_index =
+        target.IsValid() ? target.GetValue(animated ? key_time : time).GetInt() : 0;
+    record.target_node = ClampTargetNode(context, record.target_index);
+    if (record.target_node >= 0) {
+      record.position = KRX::MATH::MapWorldPositionToObjectSpace(
+          context.model->Node(record.target_node).global_pose, world);
+    } else {
+      record.target_index = 0;
+      record.position = world;
+    }
+    records.push_back(record);
+  }
+}
+
 void InitialiseBinding(RetargetOpContext& context, double time) {
   RetargetModel& model = *context.model;
   for (int32_t i = 0; i < model.NumNodes(); ++i) {
@@ -362,7 +438,8 @@ void InitialiseBinding(RetargetOpContext& context, double time) {
   ComputeRestLocalRotations(context);
   ComputePlaneReach(context);
   BuildStrideData(context, time);
-  BuildClampRecords(context, time);
+  context.plane_clamps.assign(context.structure->planes.size(), {});
+  for (int32_t p = 0; p < context.structure->NumPlanes(); ++p) BuildClampRecords(context, p, time);
 }
 
 }  // namespace kavor

@@ -24,6 +24,15 @@ bool RefreshBlobView(RetargetOpContext& context);
 // Fills the root path and each plane's effector path from the motion and "Stride".
 void BuildStrideData(RetargetOpContext& context, double time);
 
+// Rebuilds the plant and release records of structure plane `plane` from its "Clamp",
+// "Frame" and "BlendBack" adjustments (keys of an animated "Clamp" each give a record).
+void BuildClampRecords(RetargetOpContext& context, int32_t plane, double time);
+
+// The pose of motion frame `frame` (clamped into the motion) with the adjustments at scene
+// time `time`, up to the rotation offsets' "Reduce": where the clamps find the places
+// they plant.
+void SolveBeforeClamps(RetargetOpContext& context, int32_t frame, double time);
+
 // Scene time to motion frame and fraction: frames play from the insertion frame at
 // "Speed" motion frames per scene frame; before the start the first frame holds, after the
 // end the last.

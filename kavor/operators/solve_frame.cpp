@@ -263,15 +263,37 @@ struct Solver {
     }
   }
 
+  // The planted place of a record in the solve's space: a place kept in a target node's
+  // space follows that node's current global.
+  CVector3 Planted(const ClampRecord& record) {
+    if (record.target_index > 0 && record.target_node >= 0 && record.target_node < m.NumNodes()) {
+      CTransformation place;
+      place.SetTranslation(record.position);
+      return Under(place, N(record.target_node).global_pose).GetTranslation();
+    }
+    return record.position;
+  }
+
   void Clamp() {
     for (int32_t p = 0; p < s.NumPlanes(); ++p) {
       const StructurePlane& plane = s.planes[p];
       const std::vector<ClampRecord>& records = c.plane_clamps[p];
       for (size_t r = 0; r < records.size(); ++r) {
         const ClampRecord& record = records[r];
-        const bool last = r + 1 == records.size();
-        if (record.clamp && record.start <= f && (last || f < records[r + 1].start)) {
-          SetPosition(N(plane.span), record.position);
+        if (record.start > f) break;
+        if (record.clamp) {
+          if (r + 1 == records.size() || f < records[r + 1].start) {
+            SetPosition(N(plane.span), Planted(record));
+          }
+          continue;
+        }
+        if (f >= record.start + record.blend_back) continue;
+        // A release blends from the place of the plant before it back to the motion.
+        for (size_t back = r; back-- > 0;) {
+          if (!records[back].clamp) continue;
+          const double t = (f + u - record.start) / record.blend_back;
+          SetPosition(N(plane.span), Lerp(Planted(records[back]), m.NodePosition(plane.span), t));
+          break;
         }
       }
       const CVector3 from = m.NodePosition(plane.anchor_index);
@@ -328,12 +350,64 @@ void MapTime(RetargetOpContext& context, double time) {
   }
 }
 
+namespace {
+
+// The motion frame at which scene time `time` plays, as a whole frame, as keys are read.
+int32_t KeyFrame(const RetargetOpContext& context, double time, double speed) {
+  const double s = (time - context.insertion_frame) * speed + 0.1;
+  if (!(s > -2e9)) return -2000000000;
+  if (!(s < 2e9)) return 2000000000;
+  return static_cast<int32_t>(s);
+}
+
+// A "Stride" keyed only up to some time before `time`, and changed since without a key, is
+// carried on from its last key in a straight line to the current value.
+struct StrideExtrapolation {
+  bool applies = false;
+  int32_t key_frame = 0;
+  double key_value = 0.0;
+  double slope = 0.0;
+};
+
+StrideExtrapolation PrepareStrideCurve(const RetargetOpContext& context, KRX::Parameter& stride,
+                                       double time, double speed) {
+  StrideExtrapolation extrapolation;
+  KRX::FCurve curve = stride.GetFCurve();
+  if (!curve.IsValid() || curve.GetNumKeys() == 0) return extrapolation;
+  const double current = stride.GetValue(time).GetDouble();
+  if (curve.GetNumKeys() == 1 && curve.GetKey(0).interpolation != KRX::Interpolation::Linear) {
+    KRX::FCurveKeyData key = curve.GetKey(0);
+    key.interpolation = KRX::Interpolation::Linear;
+    curve.SetKey(0, key);
+    stride.PutValue(KRX::CValue(current), time);
+  }
+  const int32_t last = curve.GetNumKeys() - 1;
+  const KRX::FCurveKeyData key = curve.GetKey(last);
+  if (key.interpolation != KRX::Interpolation::Linear || !(key.time < time)) return extrapolation;
+  extrapolation.key_frame = KeyFrame(context, key.time, speed);
+  extrapolation.key_value = key.value;
+  const int32_t now = KeyFrame(context, time, speed);
+  // Within the key's own frame there is no slope to take.
+  if (now == extrapolation.key_frame) return extrapolation;
+  extrapolation.slope =
+      (stride.GetValue(time).GetDouble() - key.value) / (now - extrapolation.key_frame);
+  extrapolation.applies = true;
+  return extrapolation;
+}
+
+}  // namespace
+
 void BuildStrideData(RetargetOpContext& context, double time) {
+  LogInfo(L"Constructing Stride Data");
   const int32_t frames = context.frame_count;
   const int32_t planes = context.structure->NumPlanes();
   const MotionBlobLayout& layout = context.layout;
+  context.root_path.assign(std::max(frames, 0), CVector3());
+  context.effector_paths.assign(planes, std::vector<CVector3>(std::max(frames, 0)));
+  if (frames < 1 || context.bytes == nullptr) return;
   auto root = [&](int32_t f) { return ReadNodeSample(context.bytes, layout, 0, f).position; };
-  // The travel direction, level unless the motion is mostly vertical.
+  // The travel direction, level unless the motion is mostly vertical. A take that ends
+  // where it starts has none: all its motion is kept as it is.
   CVector3 d = root(frames - 1) - root(0);
   const double ax = std::abs(d.GetX()), ay = std::abs(d.GetY()), az = std::abs(d.GetZ());
   if (!(ay > ax && ay > az)) d.PutY(0.0);
@@ -344,22 +418,25 @@ void BuildStrideData(RetargetOpContext& context, double time) {
   const double k = scale_parameter.IsValid() && context.scale != 0.0
                        ? scale_parameter.GetValue(time).GetDouble() / context.scale
                        : 1.0;
-  const KRX::Parameter stride_parameter = context.adjust_property.IsValid()
-                                              ? context.adjust_property.GetParameter(L"Stride")
-                                              : KRX::Parameter();
+  KRX::Parameter stride_parameter = context.adjust_property.IsValid()
+                                        ? context.adjust_property.GetParameter(L"Stride")
+                                        : KRX::Parameter();
   const double speed = context.speed > 0.0 ? context.speed : 1.0;
+  const StrideExtrapolation extrapolation =
+      stride_parameter.IsValid() ? PrepareStrideCurve(context, stride_parameter, time, speed)
+                                 : StrideExtrapolation();
   auto split = [&](const CVector3& v, CVector3* along, CVector3* rest) {
     *along = has_direction ? d * v.Dot(d) : CVector3();
     *rest = v - *along;
   };
-  context.root_path.assign(frames, CVector3());
-  context.effector_paths.assign(planes, std::vector<CVector3>(frames));
   for (int32_t i = 0; i < frames; ++i) {
     // The stride at the scene time at which motion frame i plays.
-    const double s =
-        stride_parameter.IsValid()
-            ? stride_parameter.GetValue(context.insertion_frame + i / speed).GetDouble()
-            : 1.0;
+    double s = 1.0;
+    if (extrapolation.applies && i > extrapolation.key_frame) {
+      s = extrapolation.key_value + (i - extrapolation.key_frame) * extrapolation.slope;
+    } else if (stride_parameter.IsValid()) {
+      s = stride_parameter.GetValue(context.insertion_frame + i / speed).GetDouble();
+    }
     if (i == 0) {
       context.root_path[0] = root(0) * k;
     } else {
@@ -375,6 +452,17 @@ void BuildStrideData(RetargetOpContext& context, double time) {
       context.effector_paths[p][i] = context.root_path[i] + along + rest;
     }
   }
+}
+
+void SolveBeforeClamps(RetargetOpContext& context, int32_t frame, double time) {
+  if (context.bytes == nullptr || context.frame_count < 1) return;
+  frame = std::clamp(frame, 0, context.frame_count - 1);
+  Solver solver{context, *context.model, *context.structure, time, frame, 0.0};
+  solver.Sample();
+  solver.Place();
+  solver.Stretch();
+  solver.Offsets();
+  solver.Reduce();
 }
 
 void SolveFrame(RetargetOpContext& context) {
