@@ -5,6 +5,7 @@
 
 #include "kavor/host/host.h"
 #include "kavor/io/scene_helpers.h"
+#include "kavor/operators/adjust_page.h"
 #include "kavor/operators/adjust_property.h"
 #include "kavor/operators/motion_blob.h"
 #include "kavor/operators/operator_names.h"
@@ -182,6 +183,7 @@ bool CreateRetargetOperators(GlueMap& glue, NormalizedMotion& motion, int32_t in
     RemoveRetargetSetup(model);
     return false;
   }
+  ShowAdjustPage(model, false);
   return true;
 }
 
