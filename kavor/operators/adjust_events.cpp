@@ -1,6 +1,7 @@
 #include "kavor/operators/adjust_events.h"
 
 #include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,24 +15,6 @@ namespace {
 
 KRX::Parameter Adjustment(const RetargetOpContext& context, const std::string& name) {
   return context.adjust_property.GetParameter(ToWide(name));
-}
-
-// True when `name` is `base` followed by exactly one of `suffixes`; the suffix found goes
-// to `*suffix`.
-template <size_t N>
-bool SplitName(std::string_view name, std::string_view base, const char* const (&suffixes)[N],
-               std::string_view* suffix) {
-  if (base.empty() || name.size() <= base.size() || name.substr(0, base.size()) != base) {
-    return false;
-  }
-  const std::string_view rest = name.substr(base.size());
-  for (const char* candidate : suffixes) {
-    if (rest == candidate) {
-      *suffix = rest;
-      return true;
-    }
-  }
-  return false;
 }
 
 constexpr const char* kPlaneSuffixes[] = {"Roll",      "Stretch", "X",         "Y",   "Z",
@@ -50,7 +33,8 @@ int32_t PlaneOfParameter(const RetargetOpContext& context, std::string_view name
   for (int32_t k = 0; k < structure.NumPlanes(); ++k) {
     const int32_t span = structure.planes[k].span;
     if (span < 0 || span >= structure.NumNodes()) continue;
-    if (SplitName(name, structure.nodes[span].name, kPlaneSuffixes, suffix) &&
+    if (SplitAdjustmentName(name, structure.nodes[span].name, AdjustmentOwner::kPlaneEnd,
+                            suffix) &&
         Adjustment(context, "name" + std::to_string(k)).IsValid()) {
       return k;
     }
@@ -61,7 +45,8 @@ int32_t PlaneOfParameter(const RetargetOpContext& context, std::string_view name
 int32_t SemiFreeOfParameter(const RetargetOpContext& context, std::string_view name,
                             std::string_view* suffix) {
   for (size_t e = 0; e < context.semi_free.size(); ++e) {
-    if (SplitName(name, context.semi_free[e].name, kSemiFreeSuffixes, suffix)) {
+    if (SplitAdjustmentName(name, context.semi_free[e].name, AdjustmentOwner::kSemiFree,
+                            suffix)) {
       return static_cast<int32_t>(e);
     }
   }
@@ -135,6 +120,24 @@ bool RetimeCurve(const KRX::Parameter& parameter, double insertion, double ratio
 }
 
 }  // namespace
+
+bool SplitAdjustmentName(std::string_view name, std::string_view node, AdjustmentOwner owner,
+                         std::string_view* suffix) {
+  if (node.empty() || name.size() <= node.size() || name.substr(0, node.size()) != node) {
+    return false;
+  }
+  const std::string_view rest = name.substr(node.size());
+  const std::span<const char* const> suffixes =
+      owner == AdjustmentOwner::kPlaneEnd ? std::span<const char* const>(kPlaneSuffixes)
+                                          : std::span<const char* const>(kSemiFreeSuffixes);
+  for (const char* candidate : suffixes) {
+    if (rest == candidate) {
+      *suffix = rest;
+      return true;
+    }
+  }
+  return false;
+}
 
 void RetimeAdjustments(RetargetOpContext& context, double time) {
   if (!context.adjust_property.IsValid() || !(context.speed > 0.0) ||

@@ -3,10 +3,20 @@
 // running context, and whether the main operator is made to evaluate again.
 #pragma once
 
+#include <string_view>
+
 #include "kavor/operators/retarget_context.h"
 #include "krx/krx.h"
 
 namespace kavor {
+
+enum class AdjustmentOwner { kPlaneEnd, kSemiFree };
+
+// True when `name` is the adjustment of `node` of that kind: the node's name followed by
+// exactly one of its suffixes ("Roll", "Clamp", ... for a limb end; "X", "RX",
+// "AnchorTangentLength", ... for a semi-free node), which goes to `*suffix`.
+bool SplitAdjustmentName(std::string_view name, std::string_view node, AdjustmentOwner owner,
+                         std::string_view* suffix);
 
 // Reacts to `parameter` of the model's "RetargetAdjustPPG" having changed; `time` is the
 // evaluation time. Parameters are recognised by their exact names, never by a part of one

@@ -43,9 +43,21 @@ KRX::CustomProperty Adjustments() {
   return KRX::CustomProperty();
 }
 
-CVector3 Hips(double frame) {
-  return Target().FindChild(L"Hips", L"", true).GetKinematics().GetGlobal().GetTransform(frame)
+CVector3 At(const KRX::CString& joint, double frame) {
+  return Target().FindChild(joint, L"", true).GetKinematics().GetGlobal().GetTransform(frame)
       .GetTranslation();
+}
+
+CVector3 Hips(double frame) { return At(L"Hips", frame); }
+
+// The rig object at the end of the limb plane that ends at structure node `end`.
+KRX::CString LimbEnd(const std::string& end) {
+  for (int k = 0; k < 16; ++k) {
+    if (Get(L"name" + std::to_wstring(k)).GetString() == KRX::CString(end.c_str())) {
+      return Get(L"obj" + std::to_wstring(k)).GetString();
+    }
+  }
+  return KRX::CString();
 }
 
 class AdjustPageTest : public KavorModuleTest {
@@ -110,8 +122,11 @@ TEST_F(AdjustPageTest, ScriptChangesMoveTheTargetAsThePageWould) {
   for (int f = 0; f <= 130; ++f) base.push_back(Hips(f));
   ASSERT_TRUE(Adjustments().IsValid());
   KRX::rt::ClosePage(Adjustments());
-  {  // Hip offset: the hips move by exactly the offset.
+  {  // Hip offset: the hips move by exactly the offset, also at the frame shown.
+    KRX::Application().PutCurrentFrame(40);
+    const CVector3 shown = Hips(KRX::kCurrentTime);
     Set(L"hipX", KRX::CValue(3.0));
+    EXPECT_NEAR((Hips(KRX::kCurrentTime) - shown).GetX(), 3.0, 1e-9);
     EXPECT_NEAR((Hips(40) - base[40]).GetX(), 3.0, 1e-9);
     EXPECT_NEAR((Hips(40) - base[40]).GetY(), 0.0, 1e-9);
     Set(L"hipX", KRX::CValue(0.0));
@@ -152,6 +167,26 @@ TEST_F(AdjustPageTest, ScriptChangesMoveTheTargetAsThePageWould) {
     level.NormalizeInPlace();
     EXPECT_NEAR((Hips(100) - Hips(1)).Dot(level), 0.0, 1e-6);
     EXPECT_NEAR(Hips(100).GetY(), base[100].GetY(), 1e-9);
+  }
+  {  // A foot follows the stride; taken off the feet, the ankle keeps its own reach.
+    const KRX::CString ankle = LimbEnd("lAnkle");
+    ASSERT_FALSE(ankle.IsEmpty());
+    const CVector3 strided = At(ankle, 100);
+    Set(L"lAnkleFoot", KRX::CValue(false));
+    EXPECT_GT((At(ankle, 100) - strided).GetLength(), 1e-3);
+    Set(L"lAnkleFoot", KRX::CValue(true));
+    EXPECT_LT((At(ankle, 100) - strided).GetLength(), 1e-9);
+    Set(L"Stride", KRX::CValue(1.0));
+  }
+  {  // The start frame is kept with the motion: saved and reopened, it plays from there.
+    Set(L"InsertionFrame", KRX::CValue(11));
+    const fs::path scene = fs::temp_directory_path() / "kavor_adjust_page.krxs";
+    ASSERT_TRUE(Cmd(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
+    ASSERT_TRUE(Cmd(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
+    fs::remove(scene);
+    EXPECT_EQ(Get(L"InsertionFrame").GetInt(), 11);
+    Hips(20);
+    for (int f : {1, 60}) EXPECT_LT((Hips(f + 10) - base[f]).GetLength(), 1e-9) << f;
   }
 }
 
