@@ -112,7 +112,11 @@ void SymmetryUpdate(KRX::OperatorContext& op, bool special) {
   KRX::UserDataBlob partner_blob = partner.IsValid() ? BlobOf(partner) : KRX::UserDataBlob();
   const bool mirroring = ReadBlob(partner_blob).has_value() &&
                          switch_property.GetParameterValue(N().switch_parameter, time).GetBool();
-  if (mirroring) {
+  // A source that has not moved moves nothing: mirroring a zero movement through the
+  // parents' transforms leaves rounding noise, which would move the partner on every
+  // evaluation and never let the evaluation settle.
+  const CVector3 source_local = PointInFrame(frames.source_parent, source_world);
+  if (mirroring && !(source_local == *previous)) {
     CTransformation local = op.GetOutputTransform();
     const CVector3 moved =
         MirroredPartnerLocal(frames, *previous, source_world, local.GetTranslation());
@@ -124,7 +128,7 @@ void SymmetryUpdate(KRX::OperatorContext& op, bool special) {
     const KRX::X3DObject output = KRX::KinematicState(op.GetOutputTarget()).GetObject();
     if (output.IsValid()) KeepPartnerLocal(output, local, time);
   }
-  WriteBlob(source_blob, PointInFrame(frames.source_parent, source_world));
+  WriteBlob(source_blob, source_local);
 }
 
 }  // namespace

@@ -92,6 +92,9 @@ class SymmetryTest : public KavorModuleTest {
     Command(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(L"Walker")});
     model_ = KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false));
     hips_ = model_.FindChild(L"Hips");
+    // The mirror plane turned, and the two upper legs' parents turned apart.
+    Turn(hips_, L"roty", 40.0);
+    Turn(model_.FindChild(L"RHipJoint"), L"rotz", 25.0);
     for (const auto& [left, right] : {std::pair{L"LHipJoint", L"RHipJoint"},
                                       std::pair{L"LeftUpLeg", L"RightUpLeg"}}) {
       const KRX::X3DObject a = model_.FindChild(left);
@@ -101,6 +104,12 @@ class SymmetryTest : public KavorModuleTest {
     }
     switch_ = KRX::Application().GetActiveSceneRoot().AddProperty(L"MocapToRig");
     return true;
+  }
+
+  static void Turn(const KRX::X3DObject& object, const wchar_t* angle, double degrees) {
+    KRX::Parameter parameter = object.GetKinematics().GetLocal().GetParameter(angle);
+    parameter.RemoveAnimation();
+    parameter.PutValue(degrees);
   }
 
   // The source's world movement reflected across the hips' YZ plane.
@@ -113,11 +122,13 @@ class SymmetryTest : public KavorModuleTest {
     return movement - x * (2.0 * movement.Dot(x));
   }
 
-  // Moves the source and gives the partner's expected and actual movement.
+  // Moves the source (selecting it first with `select`) and gives the partner's expected
+  // and actual movement.
   std::pair<CVector3, CVector3> Move(const KRX::X3DObject& source, const KRX::X3DObject& partner,
-                                     const CVector3& delta) {
+                                     const CVector3& delta, bool select = false) {
     const CVector3 source_before = World(source);
     const CVector3 partner_before = World(partner);
+    if (select) Command(L"SelectObj", {source.GetFullName()});
     MoveBy(source, delta);
     return {Mirrored(World(source) - source_before), World(partner) - partner_before};
   }
@@ -144,9 +155,8 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
   const CVector3 delta(0.7, 0.3, -0.2);
   for (const auto& [source, partner] : pairs_) {
     SCOPED_TRACE(source.GetName().GetAsciiString());
-    Command(L"SelectObj", {source.GetFullName()});
     {  // Selected, switch on: the partner takes the mirrored movement and keeps it.
-      const auto [expected, moved] = Move(source, partner, delta);
+      const auto [expected, moved] = Move(source, partner, delta, true);
       EXPECT_GT(moved.GetLength(), 0.5);
       ExpectNear(moved, expected);
       const CVector3 settled = World(partner);
@@ -172,7 +182,11 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
       const CVector3 before = World(partner);
       Command(L"SetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry"), true});
       ExpectNear(World(partner), before);
-      const auto [expected, moved] = Move(source, partner, delta * -1.0);
+      const auto [expected, moved] = Move(source, partner, delta * -0.5);
+      ExpectNear(moved, expected);
+    }
+    {  // The other way round: the partner selected moves the source, without a jump.
+      const auto [expected, moved] = Move(partner, source, delta, true);
       ExpectNear(moved, expected);
     }
     {  // Not selected: the partner stays.
