@@ -2,6 +2,7 @@
 
 #include "kavor/host/host.h"
 #include "kavor/motion/save_kavor_motion.h"
+#include "kavor/operators/adjust_preset.h"
 #include "kavor/operators/retarget_flows.h"
 #include "kavor/operators/retarget_setup.h"
 #include "kavor/plugin/retarget_frame_range.h"
@@ -85,12 +86,12 @@ bool RemoveAllKavorSetup(const KRX::Model& model) {
 
 bool RunMotionPlotter(const PlotRequest&) { return NotAvailable(L"MotionPlotter"); }
 
-bool SaveAdjustmentPreset(const KRX::Model&, const KRX::CString&) {
-  return NotAvailable(L"SaveAdjustmentPreset");
+bool SaveAdjustmentPreset(const KRX::Model& model, const KRX::CString& preset_file) {
+  return kavor::SaveAdjustmentPreset(model, preset_file);
 }
 
-bool LoadAdjustmentPreset(const KRX::Model&, const KRX::CString&, double) {
-  return NotAvailable(L"LoadAdjustmentPreset");
+bool LoadAdjustmentPreset(const KRX::Model& model, const KRX::CString& preset_file, double time) {
+  return kavor::LoadAdjustmentPreset(model, preset_file, time);
 }
 
 void OpenTagPage(const KRX::Model& model) { kavor::OpenTagPage(model); }

@@ -1,0 +1,231 @@
+// Adjustments that reshape a live retarget's solve, measured on a real capture through
+// commands by name: stride, foot clamps with their release, rotation offsets with
+// "Reduce", and adjustment presets carried from one retarget to another.
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "e2e/kavor_module.h"
+#include "kavor/io/scene_helpers.h"
+#include "kavor/motion/capture_rig_support.h"
+
+namespace kavor::e2e::adjust_solve {
+namespace {
+
+namespace fs = std::filesystem;
+namespace ct = capturetest;
+using KRX::MATH::CVector3;
+
+constexpr int32_t kFirst = 1;
+constexpr int32_t kLast = 120;
+
+KRX::CValue Cmd(const wchar_t* command, const KRX::CValueArray& args) {
+  KRX::CValue result;
+  KRX::Application().ExecuteCommand(command, args, result);
+  return result;
+}
+
+bool Set(const std::wstring& path, const KRX::CValue& value) {
+  KRX::CValue ignored;
+  return KRX::Succeeded(
+      KRX::Application().ExecuteCommand(L"SetValue", {KRX::CValue(path), value}, ignored));
+}
+
+// Imports the capture as `name`, tags it and, given a source, retargets it onto it.
+KRX::Model Rig(const fs::path& capture, const wchar_t* name, const wchar_t* source) {
+  Cmd(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
+  const std::wstring tags = ct::ShippedTemplate("CmuJointNames.tagt").wstring();
+  EXPECT_TRUE(Cmd(L"LoadTagTemplateFile", {KRX::CValue(name), KRX::CValue(tags)}).GetBool());
+  if (source != nullptr) {
+    EXPECT_TRUE(Cmd(L"Retarget", {KRX::CValue(source), KRX::CValue(name), KRX::CValue(kFirst),
+                                  KRX::CValue(kLast)})
+                    .GetBool());
+  }
+  return KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(name, L"", false));
+}
+
+KRX::MATH::CTransformation GlobalOf(const KRX::Model& model, const std::wstring& joint,
+                                    double frame) {
+  return model.FindChild(joint, L"", true).GetKinematics().GetGlobal().GetTransform(frame);
+}
+
+// Every frame's place of each joint (all of the rig's when none are named), index 0 at
+// kFirst.
+using Paths = std::map<std::wstring, std::vector<CVector3>>;
+Paths Play(const KRX::Model& model, std::vector<std::wstring> joints = {}) {
+  if (joints.empty()) {
+    for (const KRX::X3DObject& object : model.FindChildren(L"", L"", true)) {
+      joints.push_back(object.GetName().GetWideString());
+    }
+  }
+  for (const std::wstring& joint : joints) GlobalOf(model, joint, kFirst);
+  Paths paths;
+  for (int32_t f = kFirst; f <= kLast; ++f) {
+    for (const std::wstring& joint : joints) {
+      paths[joint].push_back(GlobalOf(model, joint, f).GetTranslation());
+    }
+  }
+  return paths;
+}
+
+KRX::CustomProperty Adjustments(const KRX::Model& model) {
+  KRX::Property property;
+  FindPropertyByName(model, L"RetargetAdjustPPG", &property);
+  return KRX::CustomProperty(property.GetRef());
+}
+
+class AdjustSolveTest : public KavorModuleTest {
+ protected:
+  void SetUp() override {
+    KavorModuleTest::SetUp();
+    ct::NewSceneWithShippedData();
+    capture_ = ct::SharedCapture("cmu_02_01.bvh");
+    if (capture_.empty()) GTEST_SKIP() << "the shared captures are not here";
+    source_ = Rig(capture_, L"Source", nullptr);
+    target_ = Rig(capture_, L"Target", L"Source");
+    leg_ = Cmd(L"GetValue", {KRX::CValue(L"Target.ZRKMap.LegLength")}).GetDouble();
+    ASSERT_GT(leg_, 0.0);
+    // The first limb plane marked as a foot: its end node's name and its rig object.
+    const KRX::CustomProperty adjust = Adjustments(target_);
+    for (int k = 0; k < 64 && foot_.empty(); ++k) {
+      const KRX::Parameter name = adjust.GetParameter(L"name" + std::to_wstring(k));
+      end_ = name.IsValid() ? name.GetValue().GetString().GetWideString() : L"";
+      if (!end_.empty() && adjust.GetParameterValue(end_ + L"Foot").GetBool()) {
+        foot_ = adjust.GetParameterValue(L"obj" + std::to_wstring(k)).GetString().GetWideString();
+      }
+    }
+    ASSERT_FALSE(foot_.empty());
+  }
+  void TearDown() override { KRX::rt::ResetScene(); }
+
+  fs::path capture_;
+  KRX::Model source_, target_;
+  double leg_ = 0.0;
+  std::wstring end_, foot_;
+};
+
+TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
+  const std::vector<CVector3> walked = Play(target_, {L"Hips"}).at(L"Hips");
+  // With stride 1 the root walks the capture's own path.
+  const std::vector<CVector3> captured = Play(source_, {L"Hips"}).at(L"Hips");
+  for (size_t f = 0; f < walked.size(); ++f) {
+    EXPECT_LT((walked[f] - captured[f]).GetLength(), 1e-9 * leg_) << "frame " << f;
+  }
+  CVector3 travel = walked.back() - walked.front();
+  travel.PutY(0.0);
+  ASSERT_TRUE(travel.NormalizeInPlace());
+  for (const double stride : {0.0, 2.0}) {
+    ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG.Stride", KRX::CValue(stride)));
+    const Paths both = Play(target_, {L"Hips", foot_});
+    const std::vector<CVector3>& played = both.at(L"Hips");
+    for (size_t f = 0; f < played.size(); ++f) {
+      const CVector3 step = played[f] - played[0], walked_step = walked[f] - walked[0];
+      const double along = step.Dot(travel), walked_along = walked_step.Dot(travel);
+      EXPECT_NEAR(along, stride * walked_along, 1e-6 * leg_) << stride << " frame " << f;
+      // Sideways and up and down the root moves as before.
+      EXPECT_LT(((step - travel * along) - (walked_step - travel * walked_along)).GetLength(),
+                1e-6 * leg_)
+          << stride << " frame " << f;
+      // Feet take the same stride: with none they stay level with the root (but where the
+      // limb cannot reach).
+      const double foot_along = (both.at(foot_)[f] - played[f]).Dot(travel);
+      EXPECT_TRUE(stride != 0.0 || std::abs(foot_along) < 1e-4 * leg_) << foot_along;
+    }
+  }
+}
+
+TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
+  const std::vector<CVector3> free = Play(target_, {foot_}).at(foot_);
+  constexpr int32_t kPlant = 31, kRelease = 61, kBlend = 6;
+  KRX::Parameter clamp = Adjustments(target_).GetParameter(end_ + L"Clamp");
+  ASSERT_TRUE(clamp.AddFCurve({{kPlant, 1.0}, {kRelease, 0.0}}).IsValid());
+  ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG." + end_ + L"BlendBack", KRX::CValue(kBlend)));
+  const std::vector<CVector3> clamped = Play(target_, {foot_}).at(foot_);
+  const CVector3 planted = free[kPlant - kFirst];
+  EXPECT_GT((free[kRelease - 1 - kFirst] - planted).GetLength(), 0.01 * leg_);
+  // The limb cannot reach past its stretched-out length: a place farther from the hip is
+  // pulled back onto that sphere.
+  const KRX::X3DObject knee(target_.FindChild(foot_, L"", true).GetParent());
+  const std::wstring hip = KRX::X3DObject(knee.GetParent()).GetName().GetWideString();
+  const auto at = [&](const std::wstring& joint, int32_t f) {
+    return GlobalOf(target_, joint, f).GetTranslation();
+  };
+  const CVector3 knee_at_rest = at(knee.GetName().GetWideString(), kFirst);
+  const double reach =
+      (knee_at_rest - at(hip, kFirst)).GetLength() + (free[0] - knee_at_rest).GetLength();
+  for (int32_t f = kFirst; f <= kLast; ++f) {
+    const size_t i = static_cast<size_t>(f - kFirst);
+    CVector3 expected = free[i];
+    if (f >= kPlant && f < kRelease) expected = planted;
+    if (f >= kRelease && f < kRelease + kBlend) {
+      const double t = static_cast<double>(f - kRelease) / kBlend;
+      expected = planted * (1.0 - t) + free[i] * t;
+    }
+    const CVector3 from_hip = expected - at(hip, f);
+    if (from_hip.GetLength() > reach)
+      expected = at(hip, f) + from_hip * (reach / from_hip.GetLength());
+    EXPECT_LT((clamped[i] - expected).GetLength(), 1e-6 * leg_) << "frame " << f;
+  }
+}
+
+TEST_F(AdjustSolveTest, ARootRotationOffsetTurnsTheBodyAndReduceGivesTheRestRotation) {
+  const Paths plain = Play(target_);
+  ASSERT_TRUE(target_.FindChild(L"Hips", L"", true).AddProperty(L"RotationOffsetPPG").IsValid());
+  const KRX::Parameter ping = Adjustments(target_).GetParameter(L"Ping");
+  const int32_t pinged = ping.GetValue().GetInt();
+  ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Y", KRX::CValue(90.0)));
+  EXPECT_GT(ping.GetValue().GetInt(), pinged);  // the retarget evaluates again
+  // A turn of 90 degrees about Y takes (x, y, z) to (z, y, -x), limbs bending with the body.
+  const Paths turned = Play(target_);
+  for (const auto& [joint, path] : plain) {
+    for (size_t f = 0; f < path.size(); ++f) {
+      const CVector3 expected(path[f].GetZ(), path[f].GetY(), -path[f].GetX());
+      EXPECT_LT((turned.at(joint)[f] - expected).GetLength(), 1e-6 * leg_) << f;
+    }
+  }
+  ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Y", KRX::CValue(0.0)));
+  ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Reduce", KRX::CValue(1.0)));
+  // The capture's rest pose has no turn at its root.
+  for (int32_t f = kFirst; f <= kLast; f += 7) {
+    const KRX::MATH::CQuaternion q = GlobalOf(target_, L"Hips", f).GetRotationQuaternion();
+    EXPECT_NEAR(std::abs(q.GetW()), 1.0, 1e-9) << "frame " << f;
+  }
+}
+
+TEST_F(AdjustSolveTest, APresetCarriesEveryAdjustmentToAnotherRetarget) {
+  const KRX::Model other = Rig(capture_, L"Other", L"Source");
+  const std::wstring adjust = L"Target.RetargetAdjustPPG.";
+  ASSERT_TRUE(Set(adjust + L"Stride", KRX::CValue(0.5)));
+  ASSERT_TRUE(Set(adjust + L"hipX", KRX::CValue(0.1 * leg_)));
+  ASSERT_TRUE(Set(adjust + end_ + L"Stretch", KRX::CValue(0.9)));
+  ASSERT_TRUE(Set(adjust + end_ + L"Roll", KRX::CValue(12.5)));
+  ASSERT_TRUE(target_.FindChild(L"Hips", L"", true).AddProperty(L"RotationOffsetPPG").IsValid());
+  ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.X", KRX::CValue(1.0 / 3.0)));
+
+  const fs::path preset = fs::temp_directory_path() / "kavor_adjust_solve.adj";
+  const KRX::CValue file(preset.wstring());
+  Cmd(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Target"), file});
+  Cmd(L"LoadKAVORAdjustmentPresetFile", {KRX::CValue(L"Other"), file});
+  fs::remove(preset);
+  const KRX::CustomProperty to = Adjustments(other);
+  for (const KRX::Parameter& parameter : Adjustments(target_).GetParameters()) {
+    if (parameter.GetName() == KRX::CString(L"Ping")) continue;
+    EXPECT_EQ(to.GetParameterValue(parameter.GetName()).GetString(),
+              parameter.GetValue().GetString())
+        << parameter.GetName().GetAsciiString();
+  }
+  const Paths expected = Play(target_), loaded = Play(other);
+  for (const auto& [joint, path] : expected) {
+    for (size_t f = 0; f < path.size(); ++f) {
+      EXPECT_LT((loaded.at(joint)[f] - path[f]).GetLength(), 1e-9 * leg_) << f;
+    }
+  }
+  // A model without a retarget has nothing to save.
+  Cmd(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Source"), file});
+  EXPECT_FALSE(fs::exists(preset));
+}
+
+}  // namespace
+}  // namespace kavor::e2e::adjust_solve
