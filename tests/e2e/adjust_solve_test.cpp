@@ -136,6 +136,24 @@ TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
   }
 }
 
+TEST_F(AdjustSolveTest, AStrideChangedPastItsOnlyKeyRampsToTheNewValue) {
+  const std::vector<CVector3> walked = Play(target_, {L"Hips"}).at(L"Hips");
+  CVector3 travel = walked.back() - walked.front();
+  travel.PutY(0.0);
+  ASSERT_TRUE(travel.NormalizeInPlace());
+  // Keyed 1 at the first frame, then set to 0 without a key at frame 61: the stride falls
+  // in a straight line by 1/60 a frame, on past the frame shown.
+  ASSERT_TRUE(Adjustments(target_).GetParameter(L"Stride").AddFCurve({{kFirst, 1.0}}).IsValid());
+  KRX::Application().PutCurrentFrame(61);
+  ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG.Stride", KRX::CValue(0.0)));
+  const std::vector<CVector3> played = Play(target_, {L"Hips"}).at(L"Hips");
+  double along = 0.0;
+  for (size_t f = 1; f < played.size(); ++f) {
+    along += (1.0 - f / 60.0) * (walked[f] - walked[f - 1]).Dot(travel);
+    EXPECT_NEAR((played[f] - played[0]).Dot(travel), along, 1e-6 * leg_) << "frame " << f;
+  }
+}
+
 TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
   const std::vector<CVector3> free = Play(target_, {foot_}).at(foot_);
   constexpr int32_t kPlant = 31, kRelease = 61, kBlend = 6;
@@ -168,6 +186,15 @@ TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
       expected = at(hip, f) + from_hip * (reach / from_hip.GetLength());
     EXPECT_LT((clamped[i] - expected).GetLength(), 1e-6 * leg_) << "frame " << f;
   }
+  // Planted in the space of clamp target 1 (the hips), the foot goes where the hips go.
+  ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG." + end_ + L"Frame", KRX::CValue(1)));
+  const auto in_hips = [&](int32_t f) {
+    return KRX::MATH::MapWorldPositionToObjectSpace(GlobalOf(target_, L"Hips", f), at(foot_, f));
+  };
+  for (int32_t f = kPlant; f < kRelease; ++f) {
+    EXPECT_LT((in_hips(f) - in_hips(kPlant)).GetLength(), 1e-6 * leg_) << "frame " << f;
+  }
+  EXPECT_GT((at(foot_, kRelease - 1) - at(foot_, kPlant)).GetLength(), 0.05 * leg_);
 }
 
 TEST_F(AdjustSolveTest, ARootRotationOffsetTurnsTheBodyAndReduceGivesTheRestRotation) {
