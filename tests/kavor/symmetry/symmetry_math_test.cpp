@@ -32,25 +32,20 @@ TEST(SymmetryBlob, HoldsThreeLittleEndianDoubles) {
   ASSERT_TRUE(back.has_value());
   EXPECT_EQ(*back, t);
   for (const size_t size : {size_t{0}, size_t{8}, size_t{23}, size_t{25}}) {
-    uint8_t longer[25] = {};
-    EXPECT_FALSE(DecodeSymmetryBlob(longer, size).has_value()) << size;
+    const uint8_t zeros[25] = {};
+    EXPECT_FALSE(DecodeSymmetryBlob(zeros, size).has_value()) << size;
   }
   EXPECT_FALSE(DecodeSymmetryBlob(nullptr, kSymmetryBlobSize).has_value());
-  for (int axis = 0; axis < 3; ++axis) {
-    constexpr double kInf = std::numeric_limits<double>::infinity();
-    for (const double bad : {std::numeric_limits<double>::quiet_NaN(), kInf, -kInf}) {
-      CVector3 damaged = t;
-      if (axis == 0) damaged.PutX(bad);
-      if (axis == 1) damaged.PutY(bad);
-      if (axis == 2) damaged.PutZ(bad);
-      const auto damaged_bytes = EncodeSymmetryBlob(damaged);
-      EXPECT_FALSE(DecodeSymmetryBlob(damaged_bytes.data(), damaged_bytes.size()).has_value());
-    }
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  for (const CVector3& damaged :
+       {CVector3(std::nan(""), 0, 0), CVector3(0, kInf, 0), CVector3(0, 0, -kInf)}) {
+    const auto damaged_bytes = EncodeSymmetryBlob(damaged);
+    EXPECT_FALSE(DecodeSymmetryBlob(damaged_bytes.data(), damaged_bytes.size()).has_value());
   }
 }
 
 // The partner keeps its offset from the mirror image and takes the source's movement
-// mirrored across the reference's YZ plane, whatever the reference's turn and the parents.
+// mirrored across the reference's YZ plane, wherever the plane lies.
 TEST(SymmetryMirror, PartnerTakesTheMirroredIncrement) {
   {  // Identity reference and parents: x is negated, y copied.
     const MirrorFrames identity;
@@ -70,20 +65,6 @@ TEST(SymmetryMirror, PartnerTakesTheMirroredIncrement) {
         turned, PointInFrame(turned.source_parent, CVector3(0, 0, 0)), CVector3(0, 0, -1),
         PointInFrame(turned.partner_parent, partner_world));
     ExpectNear(turned.partner_parent.MapPoint(local), CVector3(0, 0, 4));
-  }
-  {  // Different parents: the result is local to the partner's parent; a source that did
-     // not move leaves the partner where it is.
-    MirrorFrames frames;
-    frames.source_parent.SetTranslation(CVector3(1, 2, 3));
-    frames.partner_parent.SetTranslation(CVector3(-4, 0, 1));
-    frames.partner_parent.SetRotationFromQuaternion(CQuaternion(0.0, 0.0, 0.0, 1.0));
-    const CVector3 previous(0.5, 0, 0);
-    const CVector3 partner(0.3, 0.2, 0.1);
-    ExpectNear(MirroredPartnerLocal(frames, previous, CVector3(1.5, 2, 3), partner), partner);
-    // Moving the source by (1, 2, 3) in world moves the partner by (-1, 2, 3) in world.
-    const CVector3 moved = MirroredPartnerLocal(frames, previous, CVector3(2.5, 4, 6), partner);
-    ExpectNear(frames.partner_parent.MapPoint(moved) - frames.partner_parent.MapPoint(partner),
-               CVector3(-1, 2, 3));
   }
 }
 
