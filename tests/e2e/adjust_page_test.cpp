@@ -1,6 +1,7 @@
 // The adjustment page of a live retarget on a real capture: its layout, and that a script's
 // SetValue (page open or closed) moves the evaluated target as the adjustment says.
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,42 @@ TEST_F(AdjustPageTest, PageAndScriptChangesMoveTheTargetAsTheAdjustmentSays) {
       views += view.GetName() == KRX::CString(L"RetargetAdjust") && w == 400 && h == 370;
     }
     EXPECT_EQ(views, 1);
+  }
+  {  // The parameters of the Part's table: order, flags, defaults and limits.
+    std::vector<std::string> names;
+    for (const KRX::Parameter& p : Adjustments().GetParameters()) {
+      names.push_back(p.GetName().GetAsciiString());
+    }
+    ASSERT_GE(names.size(), 11u);
+    EXPECT_EQ(std::vector<std::string>(names.begin(), names.begin() + 11),
+              std::vector<std::string>({"InsertionFrame", "Speed", "Scale", "Stride", "Ping",
+                                        "RotNodes", "NumPlanes", "offsetFeet", "hipX", "hipY",
+                                        "hipZ"}));
+    const double huge = std::numeric_limits<double>::max();
+    struct Row {
+      std::wstring name;
+      int flags;
+      double value, min, max;
+    };
+    for (const Row& row : std::vector<Row>{{L"InsertionFrame", 4, 0, 0, 0},
+                                           {L"Speed", 4, 1, 0.01, huge},
+                                           {L"Stride", 5, 1, 0, huge},
+                                           {L"Ping", 20, 0, 0, 0},
+                                           {L"offsetFeet", 4, 1, 0, 0},
+                                           {L"hipY", 5, 0, -huge, huge},
+                                           {L"lAnkleRoll", 5, 0, -360, 360},
+                                           {L"lAnkleStretch", 5, 1, 0.1, 2},
+                                           {L"lAnkleClamp", 5, 0, 0, 0},
+                                           {L"lAnkleFrame", 4, 0, 0, 0},
+                                           {L"lAnkleBlendBack", 4, 4, 0, 2147483647},
+                                           {L"lAnkleFoot", 4, 1, 0, 0}}) {
+      const KRX::Parameter p = Adjustments().GetParameter(row.name);
+      ASSERT_TRUE(p.IsValid()) << KRX::CString(row.name).GetAsciiString();
+      EXPECT_EQ(p.GetCapabilities(), row.flags) << p.GetName().GetAsciiString();
+      EXPECT_EQ(p.GetDefault().GetDouble(), row.value) << p.GetName().GetAsciiString();
+      EXPECT_EQ(p.GetMin().GetDouble(), row.min) << p.GetName().GetAsciiString();
+      EXPECT_EQ(p.GetMax().GetDouble(), row.max) << p.GetName().GetAsciiString();
+    }
   }
   std::vector<CVector3> base;
   for (int f = 0; f <= 130; ++f) base.push_back(At(f));
