@@ -11,6 +11,7 @@
 #include "kavor/maps/model_map.h"
 #include "kavor/operators/adjust_property.h"
 #include "kavor/operators/retarget_solve.h"
+#include "kavor/operators/rotation_offset.h"
 #include "kavor/structure/structure_property.h"
 
 namespace kavor {
@@ -189,13 +190,18 @@ void BuildComboItems(RetargetOpContext& context) {
         {name, static_cast<int32_t>(context.rotation_node_items.size())});
     model.Node(node).rotation_list_index = static_cast<int32_t>(m);
   }
-  for (GlueMocapEntry& entry : glue.mocaps) {
+  context.rotation_offsets.assign(glue.mocaps.size(), {});
+  for (size_t m = 0; m < glue.mocaps.size(); ++m) {
+    GlueMocapEntry& entry = glue.mocaps[m];
     KRX::Property offsets;
     entry.has_rotation_offset = entry.object.IsValid() &&
                                 entry.type != GlueMocapType::kPositionOnly &&
                                 FindPropertyByName(entry.object, kRotationOffsetProperty, &offsets);
     entry.rotation_offset_page =
         entry.has_rotation_offset ? KRX::CustomProperty(offsets.GetRef()) : KRX::CustomProperty();
+    if (entry.has_rotation_offset) {
+      context.rotation_offsets[m] = ResolveRotationOffset(entry.rotation_offset_page);
+    }
   }
 }
 

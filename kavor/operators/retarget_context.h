@@ -55,6 +55,11 @@ struct SemiFreeAdjustments {
   KRX::Parameter x, y, z, rx, ry, rz;
 };
 
+// The parameters of a rig object's rotation offset, resolved when the offset is found.
+struct RotationOffsetParameters {
+  KRX::Parameter x, y, z, reduce;
+};
+
 // The spine solve of one glue spine entry, kept between evaluations.
 struct SpineSolve {
   double solved_time = 0.0;
@@ -96,6 +101,8 @@ struct RetargetOpContext {
   KRX::Parameter speed_parameter, offset_feet, hip_x, hip_y, hip_z;
   std::vector<PlaneAdjustments> plane_adjustments;         // [structure plane]
   std::vector<SemiFreeAdjustments> semi_free_adjustments;  // [semi-free entry]
+  // [glue mocap entry]: its rotation offset's parameters (invalid without one).
+  std::vector<RotationOffsetParameters> rotation_offsets;
   // [structure plane]: how far the end may go from the base: the rig's joint chain of the
   // limb stretched out.
   std::vector<double> plane_reach;

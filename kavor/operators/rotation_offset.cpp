@@ -51,6 +51,11 @@ void DefineRotationOffsetParameters(KRX::CustomProperty& property) {
   property.AddParameter(L"IsCog", ValueType::Bool, kHidden, L"", L"", CValue(false));
 }
 
+RotationOffsetParameters ResolveRotationOffset(const KRX::CustomProperty& property) {
+  return {property.GetParameter(L"X"), property.GetParameter(L"Y"), property.GetParameter(L"Z"),
+          property.GetParameter(L"Reduce")};
+}
+
 KRX::CustomProperty EnsureRotationOffset(const KRX::X3DObject& object, int32_t rotation_item,
                                          bool is_limb_end) {
   if (!object.IsValid()) return KRX::CustomProperty();
@@ -77,10 +82,14 @@ bool RegisterRotationOffset(const KRX::CustomProperty& property) {
   RetargetOpContext* context = object.IsValid() ? LiveContextAbove(object) : nullptr;
   if (context == nullptr || !context->glue) return false;
   bool found = false;
-  for (GlueMocapEntry& entry : context->glue->mocaps) {
+  std::vector<GlueMocapEntry>& mocaps = context->glue->mocaps;
+  context->rotation_offsets.resize(mocaps.size());
+  for (size_t m = 0; m < mocaps.size(); ++m) {
+    GlueMocapEntry& entry = mocaps[m];
     if (!(entry.object == object) || entry.type == GlueMocapType::kPositionOnly) continue;
     entry.has_rotation_offset = true;
     entry.rotation_offset_page = property;
+    context->rotation_offsets[m] = ResolveRotationOffset(property);
     found = true;
   }
   if (found) PingRetarget(*context);

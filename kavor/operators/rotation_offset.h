@@ -13,6 +13,9 @@ namespace kavor {
 // "X", "Y", "Z", "Reduce" and "IsCog".
 void DefineRotationOffsetParameters(KRX::CustomProperty& property);
 
+// The offset's "X", "Y", "Z" and "Reduce", for the solve to read without building names.
+RotationOffsetParameters ResolveRotationOffset(const KRX::CustomProperty& property);
+
 // The object's "RotationOffsetPPG", made when it has none; "IsCog" is set for rotation item
 // 0 (the body's root), and "Reduce" is read-only exactly when the object is a limb end
 // (the limb solve places it). Invalid when the property cannot be made.

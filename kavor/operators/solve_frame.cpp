@@ -159,12 +159,12 @@ struct Solver {
 
   bool HasOffset(int32_t glue_index) const {
     return glue_index >= 0 && glue_index < static_cast<int32_t>(c.glue->mocaps.size()) &&
+           glue_index < static_cast<int32_t>(c.rotation_offsets.size()) &&
            c.glue->mocaps[glue_index].has_rotation_offset;
   }
   CVector3 OffsetAngles(int32_t glue_index) const {
-    const KRX::CustomProperty& page = c.glue->mocaps[glue_index].rotation_offset_page;
-    return {Read(page.GetParameter(L"X"), time, 0.0), Read(page.GetParameter(L"Y"), time, 0.0),
-            Read(page.GetParameter(L"Z"), time, 0.0)};
+    const RotationOffsetParameters& offset = c.rotation_offsets[glue_index];
+    return {Read(offset.x, time, 0.0), Read(offset.y, time, 0.0), Read(offset.z, time, 0.0)};
   }
 
   void Offsets() {
@@ -239,8 +239,7 @@ struct Solver {
     for (int32_t i = 0; i < m.NumNodes(); ++i) {
       const int32_t glue_index = N(i).rotation_list_index;
       if (glue_index < 0 || !HasOffset(glue_index)) continue;
-      const KRX::CustomProperty& page = c.glue->mocaps[glue_index].rotation_offset_page;
-      const double r = Read(page.GetParameter(L"Reduce"), time, 0.0);
+      const double r = Read(c.rotation_offsets[glue_index].reduce, time, 0.0);
       if (r == 0.0) continue;
       // Descendants keep their locals.
       std::vector<std::pair<int32_t, CTransformation>> kept;
