@@ -155,8 +155,12 @@ TEST_F(AdjustSolveTest, AStrideChangedPastItsOnlyKeyRampsToTheNewValue) {
 }
 
 TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
+  const auto at = [&](const std::wstring& joint, double f) {
+    return GlobalOf(target_, joint, f).GetTranslation();
+  };
   const std::vector<CVector3> free = Play(target_, {foot_}).at(foot_);
   constexpr int32_t kPlant = 31, kRelease = 61, kBlend = 6;
+  const CVector3 free_between = at(foot_, kRelease + 1.5);
   KRX::Parameter clamp = Adjustments(target_).GetParameter(end_ + L"Clamp");
   ASSERT_TRUE(clamp.AddFCurve({{kPlant, 1.0}, {kRelease, 0.0}}).IsValid());
   ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG." + end_ + L"BlendBack", KRX::CValue(kBlend)));
@@ -167,12 +171,15 @@ TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
   // pulled back onto that sphere.
   const KRX::X3DObject knee(target_.FindChild(foot_, L"", true).GetParent());
   const std::wstring hip = KRX::X3DObject(knee.GetParent()).GetName().GetWideString();
-  const auto at = [&](const std::wstring& joint, int32_t f) {
-    return GlobalOf(target_, joint, f).GetTranslation();
-  };
   const CVector3 knee_at_rest = at(knee.GetName().GetWideString(), kFirst);
   const double reach =
       (knee_at_rest - at(hip, kFirst)).GetLength() + (free[0] - knee_at_rest).GetLength();
+  const auto expect_at = [&](double time, const CVector3& place, const CVector3& found) {
+    const CVector3 from_hip = place - at(hip, time);
+    const double d = from_hip.GetLength();
+    const CVector3 reached = d > reach ? at(hip, time) + from_hip * (reach / d) : place;
+    EXPECT_LT((found - reached).GetLength(), 1e-6 * leg_) << "frame " << time;
+  };
   for (int32_t f = kFirst; f <= kLast; ++f) {
     const size_t i = static_cast<size_t>(f - kFirst);
     CVector3 expected = free[i];
@@ -181,11 +188,10 @@ TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
       const double t = static_cast<double>(f - kRelease) / kBlend;
       expected = planted * (1.0 - t) + free[i] * t;
     }
-    const CVector3 from_hip = expected - at(hip, f);
-    if (from_hip.GetLength() > reach)
-      expected = at(hip, f) + from_hip * (reach / from_hip.GetLength());
-    EXPECT_LT((clamped[i] - expected).GetLength(), 1e-6 * leg_) << "frame " << f;
+    expect_at(f, expected, clamped[i]);
   }
+  // Between frames the blend goes by the fraction too: a quarter of the way 1.5 frames in.
+  expect_at(kRelease + 1.5, planted * 0.75 + free_between * 0.25, at(foot_, kRelease + 1.5));
   // Planted in the space of clamp target 1 (the hips), the foot goes where the hips go.
   ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG." + end_ + L"Frame", KRX::CValue(1)));
   const auto in_hips = [&](int32_t f) {
@@ -199,6 +205,11 @@ TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
 
 TEST_F(AdjustSolveTest, ARootRotationOffsetTurnsTheBodyAndReduceGivesTheRestRotation) {
   const Paths plain = Play(target_);
+  std::vector<KRX::MATH::CTransformation> hips, head;
+  for (int32_t f = kFirst; f <= kLast; f += 7) {
+    hips.push_back(GlobalOf(target_, L"Hips", f));
+    head.push_back(GlobalOf(target_, L"Head", f));
+  }
   ASSERT_TRUE(target_.FindChild(L"Hips", L"", true).AddProperty(L"RotationOffsetPPG").IsValid());
   const KRX::Parameter ping = Adjustments(target_).GetParameter(L"Ping");
   const int32_t pinged = ping.GetValue().GetInt();
@@ -213,11 +224,32 @@ TEST_F(AdjustSolveTest, ARootRotationOffsetTurnsTheBodyAndReduceGivesTheRestRota
     }
   }
   ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Y", KRX::CValue(0.0)));
+  // An offset on another node turns it about its own axes: 90 degrees about its X.
+  ASSERT_TRUE(target_.FindChild(L"Head", L"", true).AddProperty(L"RotationOffsetPPG").IsValid());
+  ASSERT_TRUE(Set(L"Target.Head.RotationOffsetPPG.X", KRX::CValue(90.0)));
+  for (size_t i = 0; i < head.size(); ++i) {
+    const KRX::MATH::CQuaternion turn =
+        KRX::MATH::MapWorldPoseToObjectSpace(head[i], GlobalOf(target_, L"Head", kFirst + 7 * i))
+            .GetRotationQuaternion();
+    EXPECT_NEAR(std::abs(turn.GetW()), std::sqrt(0.5), 1e-9) << i;
+    EXPECT_NEAR(std::abs(turn.GetX()), std::sqrt(0.5), 1e-9) << i;
+  }
+  ASSERT_TRUE(Set(L"Target.Head.RotationOffsetPPG.X", KRX::CValue(0.0)));
   ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Reduce", KRX::CValue(1.0)));
-  // The capture's rest pose has no turn at its root.
-  for (int32_t f = kFirst; f <= kLast; f += 7) {
-    const KRX::MATH::CQuaternion q = GlobalOf(target_, L"Hips", f).GetRotationQuaternion();
-    EXPECT_NEAR(std::abs(q.GetW()), 1.0, 1e-9) << "frame " << f;
+  // The capture's rest pose has no turn at its root; the nodes below keep their places
+  // under it.
+  for (size_t i = 0; i < hips.size(); ++i) {
+    const int32_t f = kFirst + 7 * static_cast<int32_t>(i);
+    const KRX::MATH::CTransformation reduced = GlobalOf(target_, L"Hips", f);
+    EXPECT_NEAR(std::abs(reduced.GetRotationQuaternion().GetW()), 1.0, 1e-9) << "frame " << f;
+    const auto under = [&](const KRX::MATH::CTransformation& root, const CVector3& p) {
+      return KRX::MATH::MapWorldPositionToObjectSpace(root, p);
+    };
+    EXPECT_LT((under(reduced, GlobalOf(target_, L"Head", f).GetTranslation()) -
+               under(hips[i], head[i].GetTranslation()))
+                  .GetLength(),
+              1e-6 * leg_)
+        << "frame " << f;
   }
 }
 
