@@ -109,6 +109,7 @@ class AdjustSolveTest : public KavorModuleTest {
 
 TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
   const std::vector<CVector3> walked = Play(target_, {L"Hips"}).at(L"Hips");
+  ASSERT_EQ(walked.size(), static_cast<size_t>(kLast - kFirst + 1));
   // With stride 1 the root walks the capture's own path.
   const std::vector<CVector3> captured = Play(source_, {L"Hips"}).at(L"Hips");
   for (size_t f = 0; f < walked.size(); ++f) EXPECT_LT(Gap(walked[f], captured[f]), 1e-9 * leg_);
@@ -149,6 +150,7 @@ TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
     return GlobalOf(target_, joint, f).GetTranslation();
   };
   const std::vector<CVector3> free = Play(target_, {foot_}).at(foot_);
+  ASSERT_EQ(free.size(), static_cast<size_t>(kLast - kFirst + 1));
   constexpr int32_t kPlant = 31, kRelease = 61, kBlend = 6;
   const CVector3 free_between = at(foot_, kRelease + 1.5);
   KRX::Parameter clamp = Adjustments(target_).GetParameter(end_ + L"Clamp");

@@ -96,13 +96,14 @@ const std::vector<CommandCase> kCommands = {
     // A model that was only tagged has no retarget setup to remove.
     {"RemoveKAVOROperators", {"model"}, "M", {"missing target model.", "invalid target model."},
      "", kNothing},
-    // The file is checked before the model's validity.
+    // The file is checked before the model's validity; a model only tagged has no
+    // adjustments.
     {"SaveKAVORAdjustmentPresetFile", {"model", "filename"}, "mT",
      {"missing target model.", "missing file path.", "invalid target model."},
-     "SaveAdjustmentPreset is not available yet.", kNothing},
+     "No KAVOR Data loaded onto model.", kNothing},
     {"LoadKAVORAdjustmentPresetFile", {"model", "filename"}, "mT",
      {"missing target model.", "missing file path.", "invalid target model."},
-     "LoadAdjustmentPreset is not available yet.", kNothing},
+     "No KAVOR Data loaded onto model.", kNothing},
 };
 // clang-format on
 
