@@ -15,9 +15,11 @@
 
 #include "kavor/io/scene_helpers.h"
 #include "kavor/motion/play_control.h"
+#include "kavor/operators/adjust_events.h"
 #include "kavor/operators/retarget_context.h"
 #include "kavor/operators/retarget_flows.h"
 #include "kavor/operators/retarget_solve.h"
+#include "kavor/operators/rotation_offset.h"
 #include "runtime/log.h"
 #include "tests/kavor/motion/capture_rig_support.h"
 #include "tests/kavor/operators/in_process_plugin.h"
@@ -130,6 +132,45 @@ void BM_PlayRetargetedRig(benchmark::State& state) {
   Play(state, setup);
 }
 BENCHMARK(BM_PlayRetargetedRig)->Unit(benchmark::kMicrosecond);
+
+// A typical set of adjustments: speed, a hip offset, two keyed foot clamps, a root offset.
+void BM_PlayAdjustedRig(benchmark::State& state) {
+  Setup setup;
+  std::string why;
+  if (!Prepare(setup, why)) {
+    state.SkipWithError(why.c_str());
+    return;
+  }
+  kavor::RetargetOpContext& context = *kavor::FindLiveContext(setup.target);
+  KRX::CustomProperty adjust = context.adjust_property;
+  auto change = [&](const wchar_t* name, const KRX::CValue& value) {
+    KRX::Parameter parameter = adjust.GetParameter(name);
+    parameter.PutValue(value, 1.0);
+    kavor::OnAdjustmentChanged(context, parameter, 1.0);
+  };
+  change(L"Speed", KRX::CValue(1.5));
+  change(L"Speed", KRX::CValue(1.5));
+  change(L"hipY", KRX::CValue(0.5));
+  int clamps = 0;
+  for (int k = 0; k < 64 && clamps < 2; ++k) {
+    const KRX::Parameter name =
+        adjust.GetParameter(KRX::CString(L"name") + KRX::CString(std::to_string(k)));
+    if (!name.IsValid()) continue;
+    const KRX::CString end = name.GetValue().GetString();
+    if (!adjust.GetParameterValue(end + KRX::CString(L"Foot")).GetBool()) continue;
+    adjust.GetParameter(end + KRX::CString(L"Clamp"))
+        .AddFCurve({{10.0, 1.0}, {30.0, 0.0}, {60.0, 1.0}, {80.0, 0.0}});
+    change((end + KRX::CString(L"BlendBack")).GetWideString().c_str(), KRX::CValue(5));
+    ++clamps;
+  }
+  KRX::X3DObject hips = setup.target.FindChild(L"Hips", L"", true);
+  KRX::CustomProperty offset = kavor::EnsureRotationOffset(hips, 0, false);
+  offset.PutParameterValue(L"Y", KRX::CValue(20.0));
+  kavor::RegisterRotationOffset(offset);
+  state.counters["clamps"] = clamps;
+  Play(state, setup);
+}
+BENCHMARK(BM_PlayAdjustedRig)->Unit(benchmark::kMicrosecond);
 
 void BM_SolveFrame(benchmark::State& state) {
   Setup setup;

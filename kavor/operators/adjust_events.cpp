@@ -13,10 +13,6 @@ namespace kavor {
 
 namespace {
 
-KRX::Parameter Adjustment(const RetargetOpContext& context, const std::string& name) {
-  return context.adjust_property.GetParameter(ToWide(name));
-}
-
 constexpr const char* kPlaneSuffixes[] = {"Roll",      "Stretch", "X",         "Y",   "Z",
                                           "Clamp",     "Frame",   "BlendBack", "Foot"};
 constexpr const char* kSemiFreeSuffixes[] = {"AnchorTangentLength", "GoalTangentLength",
@@ -35,7 +31,7 @@ int32_t PlaneOfParameter(const RetargetOpContext& context, std::string_view name
     if (span < 0 || span >= structure.NumNodes()) continue;
     if (SplitAdjustmentName(name, structure.nodes[span].name, AdjustmentOwner::kPlaneEnd,
                             suffix) &&
-        Adjustment(context, "name" + std::to_string(k)).IsValid()) {
+        AdjustmentParameter(context, "name" + std::to_string(k)).IsValid()) {
       return k;
     }
   }
@@ -146,25 +142,25 @@ void RetimeAdjustments(RetargetOpContext& context, double time) {
   }
   const double ratio = context.previous_speed / context.speed;
   const double insertion = context.insertion_frame;
-  if (RetimeCurve(Adjustment(context, "Stride"), insertion, ratio)) BuildStrideData(context, time);
+  if (RetimeCurve(AdjustmentParameter(context, "Stride"), insertion, ratio)) BuildStrideData(context, time);
   for (const char* hip : {"hipX", "hipY", "hipZ"}) {
-    RetimeCurve(Adjustment(context, hip), insertion, ratio);
+    RetimeCurve(AdjustmentParameter(context, hip), insertion, ratio);
   }
   const ModelStructure& structure = *context.structure;
   for (int32_t k = 0; k < structure.NumPlanes(); ++k) {
     const int32_t span = structure.planes[k].span;
     if (span < 0 || span >= structure.NumNodes() ||
-        !Adjustment(context, "name" + std::to_string(k)).IsValid()) {
+        !AdjustmentParameter(context, "name" + std::to_string(k)).IsValid()) {
       continue;
     }
     const std::string& end = structure.nodes[span].name;
-    RetimeCurve(Adjustment(context, end + "Roll"), insertion, ratio);
-    RetimeCurve(Adjustment(context, end + "Stretch"), insertion, ratio);
-    const bool clamp = RetimeCurve(Adjustment(context, end + "Clamp"), insertion, ratio);
-    const bool blend = RetimeCurve(Adjustment(context, end + "BlendBack"), insertion, ratio);
+    RetimeCurve(AdjustmentParameter(context, end + "Roll"), insertion, ratio);
+    RetimeCurve(AdjustmentParameter(context, end + "Stretch"), insertion, ratio);
+    const bool clamp = RetimeCurve(AdjustmentParameter(context, end + "Clamp"), insertion, ratio);
+    const bool blend = RetimeCurve(AdjustmentParameter(context, end + "BlendBack"), insertion, ratio);
     if (clamp || blend) BuildClampRecords(context, k, time);
     for (const char* axis : {"X", "Y", "Z"}) {
-      RetimeCurve(Adjustment(context, end + axis), insertion, ratio);
+      RetimeCurve(AdjustmentParameter(context, end + axis), insertion, ratio);
     }
   }
 }

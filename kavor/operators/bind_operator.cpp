@@ -50,30 +50,26 @@ bool InChainAboveEnd(const ModelStructure& structure, int32_t node) {
   return false;
 }
 
-KRX::Parameter Adjustment(const RetargetOpContext& context, const std::string& name) {
-  return context.adjust_property.GetParameter(ToWide(name));
-}
-
 double ReadDouble(const KRX::Parameter& parameter, double time, double fallback) {
   return parameter.IsValid() ? parameter.GetValue(time).GetDouble() : fallback;
 }
 
 void ResolveAdjustments(RetargetOpContext& context) {
   const ModelStructure& structure = *context.structure;
-  context.speed_parameter = Adjustment(context, "Speed");
-  context.offset_feet = Adjustment(context, "offsetFeet");
-  context.hip_x = Adjustment(context, "hipX");
-  context.hip_y = Adjustment(context, "hipY");
-  context.hip_z = Adjustment(context, "hipZ");
+  context.speed_parameter = AdjustmentParameter(context, "Speed");
+  context.offset_feet = AdjustmentParameter(context, "offsetFeet");
+  context.hip_x = AdjustmentParameter(context, "hipX");
+  context.hip_y = AdjustmentParameter(context, "hipY");
+  context.hip_z = AdjustmentParameter(context, "hipZ");
   context.plane_adjustments.assign(structure.planes.size(), {});
   for (size_t p = 0; p < structure.planes.size(); ++p) {
     const int32_t span = structure.planes[p].span;
     if (span < 0 || span >= structure.NumNodes()) continue;
     const std::string& end = structure.nodes[span].name;
-    context.plane_adjustments[p] = {Adjustment(context, end + "Stretch"),
-                                    Adjustment(context, end + "Roll"),
-                                    Adjustment(context, end + "X"), Adjustment(context, end + "Y"),
-                                    Adjustment(context, end + "Z")};
+    context.plane_adjustments[p] = {AdjustmentParameter(context, end + "Stretch"),
+                                    AdjustmentParameter(context, end + "Roll"),
+                                    AdjustmentParameter(context, end + "X"), AdjustmentParameter(context, end + "Y"),
+                                    AdjustmentParameter(context, end + "Z")};
   }
 }
 
@@ -210,10 +206,10 @@ void BuildComboItems(RetargetOpContext& context) {
 void ReadFootFlags(RetargetOpContext& context, double time) {
   ModelStructure& structure = *context.structure;
   for (int32_t k = 0; k < structure.NumPlanes(); ++k) {
-    const KRX::Parameter name = Adjustment(context, "name" + std::to_string(k));
+    const KRX::Parameter name = AdjustmentParameter(context, "name" + std::to_string(k));
     if (!name.IsValid()) continue;
     const KRX::Parameter foot =
-        Adjustment(context, ToNarrow(name.GetValue(time).GetString()) + "Foot");
+        AdjustmentParameter(context, ToNarrow(name.GetValue(time).GetString()) + "Foot");
     const int32_t span = structure.planes[k].span;
     if (foot.IsValid() && span >= 0 && span < structure.NumNodes()) {
       structure.nodes[span].friction = foot.GetValue(time).GetBool();
@@ -225,10 +221,10 @@ void ReadSemiFree(RetargetOpContext& context, double time) {
   const ModelStructure& structure = *context.structure;
   context.semi_free.clear();
   context.semi_free_adjustments.clear();
-  const KRX::Parameter count = Adjustment(context, "NumSemiFree");
+  const KRX::Parameter count = AdjustmentParameter(context, "NumSemiFree");
   const int32_t n = count.IsValid() ? count.GetValue(time).GetInt() : 0;
   for (int32_t i = 0; i < n && i < structure.NumNodes(); ++i) {
-    const KRX::Parameter name_parameter = Adjustment(context, "semiName" + std::to_string(i));
+    const KRX::Parameter name_parameter = AdjustmentParameter(context, "semiName" + std::to_string(i));
     if (!name_parameter.IsValid()) continue;
     const std::string name = ToNarrow(name_parameter.GetValue(time).GetString());
     const int32_t node = FindNodeIndex(structure, name);
@@ -236,20 +232,20 @@ void ReadSemiFree(RetargetOpContext& context, double time) {
     SemiFreeEntry entry;
     entry.name = name;
     entry.node = node;
-    entry.x = ReadDouble(Adjustment(context, name + "X"), time, 0.0);
-    entry.y = ReadDouble(Adjustment(context, name + "Y"), time, 0.0);
-    entry.z = ReadDouble(Adjustment(context, name + "Z"), time, 0.0);
-    const KRX::Parameter children = Adjustment(context, name + "offsetChildren");
+    entry.x = ReadDouble(AdjustmentParameter(context, name + "X"), time, 0.0);
+    entry.y = ReadDouble(AdjustmentParameter(context, name + "Y"), time, 0.0);
+    entry.z = ReadDouble(AdjustmentParameter(context, name + "Z"), time, 0.0);
+    const KRX::Parameter children = AdjustmentParameter(context, name + "offsetChildren");
     entry.offset_children = !children.IsValid() || children.GetValue(time).GetBool();
     entry.anchor_tangent_length =
-        ReadDouble(Adjustment(context, name + "AnchorTangentLength"), time, 1.0);
+        ReadDouble(AdjustmentParameter(context, name + "AnchorTangentLength"), time, 1.0);
     entry.goal_tangent_length =
-        ReadDouble(Adjustment(context, name + "GoalTangentLength"), time, 1.0);
+        ReadDouble(AdjustmentParameter(context, name + "GoalTangentLength"), time, 1.0);
     context.semi_free.push_back(entry);
     context.semi_free_adjustments.push_back(
-        {Adjustment(context, name + "X"), Adjustment(context, name + "Y"),
-         Adjustment(context, name + "Z"), Adjustment(context, name + "RX"),
-         Adjustment(context, name + "RY"), Adjustment(context, name + "RZ")});
+        {AdjustmentParameter(context, name + "X"), AdjustmentParameter(context, name + "Y"),
+         AdjustmentParameter(context, name + "Z"), AdjustmentParameter(context, name + "RX"),
+         AdjustmentParameter(context, name + "RY"), AdjustmentParameter(context, name + "RZ")});
   }
   // Spines find their semi-free entry by the spine node's name: the two lists need not
   // line up.
@@ -380,10 +376,10 @@ void BuildClampRecords(RetargetOpContext& context, int32_t plane, double time) {
     return;
   }
   const std::string& end = context.structure->nodes[span].name;
-  const KRX::Parameter clamp = Adjustment(context, end + "Clamp");
+  const KRX::Parameter clamp = AdjustmentParameter(context, end + "Clamp");
   if (!clamp.IsValid()) return;
-  const KRX::Parameter target = Adjustment(context, end + "Frame");
-  const KRX::Parameter blend_back = Adjustment(context, end + "BlendBack");
+  const KRX::Parameter target = AdjustmentParameter(context, end + "Frame");
+  const KRX::Parameter blend_back = AdjustmentParameter(context, end + "BlendBack");
   // (key time, plant) pairs: the keys of an animated "Clamp", or one plant from the
   // motion's first frame when it is on and not animated.
   std::vector<std::pair<double, bool>> keys;
@@ -446,6 +442,10 @@ void InitialiseBinding(RetargetOpContext& context, double time) {
   BuildStrideData(context, time);
   context.plane_clamps.assign(context.structure->planes.size(), {});
   for (int32_t p = 0; p < context.structure->NumPlanes(); ++p) BuildClampRecords(context, p, time);
+}
+
+KRX::Parameter AdjustmentParameter(const RetargetOpContext& context, const std::string& name) {
+  return context.adjust_property.GetParameter(ToWide(name));
 }
 
 }  // namespace kavor

@@ -33,6 +33,10 @@ void BuildClampRecords(RetargetOpContext& context, int32_t plane, double time);
 // they plant.
 void SolveBeforeClamps(RetargetOpContext& context, int32_t frame, double time);
 
+// The adjustment parameter `name` of the context's adjustment property (invalid when there
+// is none). Resolved once, at binding or on a change, never per frame.
+KRX::Parameter AdjustmentParameter(const RetargetOpContext& context, const std::string& name);
+
 // Scene time to motion frame and fraction: frames play from the insertion frame at
 // "Speed" motion frames per scene frame; before the start the first frame holds, after the
 // end the last.

@@ -10,7 +10,7 @@
 namespace kavor {
 namespace {
 
-using Names = std::vector<std::wstring>;
+using ModelNames = std::vector<std::wstring>;
 
 // Scene: models A and B below the root carry "ZRKStructure"; C below the root does not;
 // D, a model inside A, and the scene root carry it too; N is a null below the root.
@@ -36,8 +36,8 @@ class ModelSearchTest : public ::testing::Test {
     selection.clear();
     for (const KRX::CRef& item : items) selection.push_back(item.Lock());
   }
-  static Names NamesOf(const std::vector<KRX::Model>& models) {
-    Names names;
+  static ModelNames NamesOf(const std::vector<KRX::Model>& models) {
+    ModelNames names;
     for (const KRX::Model& m : models) names.push_back(m.GetName().GetWideString());
     return names;
   }
@@ -52,7 +52,7 @@ TEST_F(ModelSearchTest, FindModelsWithProperty) {
     std::vector<KRX::CRef> selection;
     bool from_selection;
     const wchar_t* property;
-    Names expected;
+    ModelNames expected;
   } cases[] = {
       // Nothing selected: every model directly below the root that carries it, exact name.
       {{}, false, kProp, {L"A", L"B"}},
@@ -79,7 +79,7 @@ TEST_F(ModelSearchTest, FindModelsWithProperty) {
 // left out; a scene model is directly below the root; names match exactly.
 TEST_F(ModelSearchTest, SelectedModelsAndLookupsByName) {
   Select({b_deep_, a_, root_, b_, n_, c_child_, d_child_});
-  EXPECT_EQ(NamesOf(SelectedModels()), (Names{L"B", L"A", L"C", L"D"}));
+  EXPECT_EQ(NamesOf(SelectedModels()), (ModelNames{L"B", L"A", L"C", L"D"}));
   EXPECT_EQ(FindSceneModel(L"B"), b_);
   for (const wchar_t* name : {L"D", L"N", L"b"}) EXPECT_FALSE(FindSceneModel(name).IsValid());
   KRX::Property found;

@@ -24,8 +24,8 @@ using KRX::MATH::CVector3;
 using rigtest::RigTest;
 
 // Node order of the test structure: Hips, lHip, lKnee, lAnkle, lToes, Spine, Chest.
-constexpr int32_t kKnee = 2;
-constexpr int32_t kAnkle = 3;
+constexpr int32_t kMapKnee = 2;
+constexpr int32_t kMapAnkle = 3;
 
 // A map written for the test rig: node i has length 1.5 i and a rest rotation of 0.1 i
 // about Y; the ankle is read from LeftFoot, turned 0.5 about X.
@@ -42,9 +42,9 @@ class ModelMapTest : public RigTest {
       written_->Node(i).rest_rotation.SetRotation(
           CRotation::FromAxisAngle(CVector3(0, 1, 0), 0.1 * i));
     }
-    written_->Node(kAnkle).extraction = std::make_unique<ExtractionEntry>();
-    written_->Node(kAnkle).extraction->object = rig_.ankle;
-    written_->Node(kAnkle).extraction->transform.SetRotation(
+    written_->Node(kMapAnkle).extraction = std::make_unique<ExtractionEntry>();
+    written_->Node(kMapAnkle).extraction->object = rig_.ankle;
+    written_->Node(kMapAnkle).extraction->transform.SetRotation(
         CRotation::FromAxisAngle(CVector3(1, 0, 0), 0.5));
     written_->hip_offset = 0.25;
     written_->leg_length = 7.5;
@@ -81,8 +81,8 @@ TEST_F(ModelMapTest, LayoutAndRoundTrip) {
   EXPECT_EQ(Nodes().GetRowCount(), 7);
   EXPECT_EQ(Nodes().GetColumnLabel(6), KRX::CString(L"eRotW"));
   EXPECT_EQ(Nodes().GetColumnLabel(10), KRX::CString(L"eName"));
-  EXPECT_EQ(Nodes().GetCell(0, kKnee).GetString(), KRX::CString(L"lKnee"));
-  EXPECT_EQ(Nodes().GetCell(10, kAnkle).GetString(), KRX::CString(L"LeftFoot"));
+  EXPECT_EQ(Nodes().GetCell(0, kMapKnee).GetString(), KRX::CString(L"lKnee"));
+  EXPECT_EQ(Nodes().GetCell(10, kMapAnkle).GetString(), KRX::CString(L"LeftFoot"));
   WriteModelMap(*written_);  // replaced, not added
   int count = 0;
   for (const KRX::Property& p : rig_.model.GetProperties()) {
@@ -92,47 +92,47 @@ TEST_F(ModelMapTest, LayoutAndRoundTrip) {
 
   const std::unique_ptr<RetargetModel> read = ReadBack();
   ASSERT_TRUE(read->valid);
-  EXPECT_DOUBLE_EQ(read->Node(kAnkle).length, 4.5);
+  EXPECT_DOUBLE_EQ(read->Node(kMapAnkle).length, 4.5);
   const CQuaternion rest = CRotation::FromAxisAngle(CVector3(0, 1, 0), 0.3).GetQuaternion();
-  EXPECT_TRUE(read->Node(kAnkle).rest_rotation.GetRotationQuaternion().SameRotation(rest, 1e-12));
-  EXPECT_TRUE(read->Node(kAnkle).rest_rotation_inverse.GetRotationQuaternion().SameRotation(
+  EXPECT_TRUE(read->Node(kMapAnkle).rest_rotation.GetRotationQuaternion().SameRotation(rest, 1e-12));
+  EXPECT_TRUE(read->Node(kMapAnkle).rest_rotation_inverse.GetRotationQuaternion().SameRotation(
       rest.Conjugate(), 1e-12));
-  ASSERT_TRUE(read->Node(kAnkle).extraction);
-  EXPECT_EQ(read->Node(kAnkle).extraction->object, rig_.ankle);  // found deep below the model
-  EXPECT_TRUE(read->Node(kAnkle).extraction->transform.GetRotationQuaternion().SameRotation(
+  ASSERT_TRUE(read->Node(kMapAnkle).extraction);
+  EXPECT_EQ(read->Node(kMapAnkle).extraction->object, rig_.ankle);  // found deep below the model
+  EXPECT_TRUE(read->Node(kMapAnkle).extraction->transform.GetRotationQuaternion().SameRotation(
       CRotation::FromAxisAngle(CVector3(1, 0, 0), 0.5).GetQuaternion(), 1e-12));
-  EXPECT_FALSE(read->Node(kKnee).extraction);
+  EXPECT_FALSE(read->Node(kMapKnee).extraction);
   EXPECT_DOUBLE_EQ(read->hip_offset, 0.25);
   EXPECT_DOUBLE_EQ(read->leg_length, 7.5);
 }
 
 TEST_F(ModelMapTest, ExtractionNeedsANormAboveOneHalf) {
   {  // Norm exactly 0.5: no new entry, and one the node had stays.
-    Nodes().PutCell(6, kKnee, KRX::CValue(0.5));
-    Nodes().PutCell(10, kKnee, KRX::CValue(L"LeftLeg"));
-    EXPECT_FALSE(ReadBack()->Node(kKnee).extraction);
+    Nodes().PutCell(6, kMapKnee, KRX::CValue(0.5));
+    Nodes().PutCell(10, kMapKnee, KRX::CValue(L"LeftLeg"));
+    EXPECT_FALSE(ReadBack()->Node(kMapKnee).extraction);
     auto model = std::make_unique<RetargetModel>(structure_.get());
     model->model = rig_.model;
-    model->Node(kKnee).extraction = std::make_unique<ExtractionEntry>();
-    const ExtractionEntry* before = model->Node(kKnee).extraction.get();
+    model->Node(kMapKnee).extraction = std::make_unique<ExtractionEntry>();
+    const ExtractionEntry* before = model->Node(kMapKnee).extraction.get();
     ReadModelMap(*model);
-    EXPECT_EQ(model->Node(kKnee).extraction.get(), before);
+    EXPECT_EQ(model->Node(kMapKnee).extraction.get(), before);
   }
   {  // Just above: an entry, with an invalid object when the name is not below the model.
-    Nodes().PutCell(6, kKnee, KRX::CValue(0.51));
-    Nodes().PutCell(10, kKnee, KRX::CValue(L"Nowhere"));
+    Nodes().PutCell(6, kMapKnee, KRX::CValue(0.51));
+    Nodes().PutCell(10, kMapKnee, KRX::CValue(L"Nowhere"));
     const std::unique_ptr<RetargetModel> read = ReadBack();
-    ASSERT_TRUE(read->Node(kKnee).extraction);
-    EXPECT_FALSE(read->Node(kKnee).extraction->object.IsValid());
+    ASSERT_TRUE(read->Node(kMapKnee).extraction);
+    EXPECT_FALSE(read->Node(kMapKnee).extraction->object.IsValid());
   }
 }
 
 TEST_F(ModelMapTest, ReaderChecksInOrder) {
   {  // A row named otherwise is logged and used all the same.
-    Nodes().PutCell(0, kKnee, KRX::CValue(L"Knee"));
+    Nodes().PutCell(0, kMapKnee, KRX::CValue(L"Knee"));
     const std::unique_ptr<RetargetModel> read = ReadBack();
     EXPECT_TRUE(read->valid);
-    EXPECT_DOUBLE_EQ(read->Node(kKnee).length, 3.0);
+    EXPECT_DOUBLE_EQ(read->Node(kMapKnee).length, 3.0);
     EXPECT_TRUE(rigtest::LoggedLine(8, "name mismatch: got Knee, was expecting lKnee"));
   }
   // Each damage adds to the ones before; only the first check that fails is logged, and no
@@ -164,11 +164,11 @@ TEST_F(ModelMapTest, HasNoFrictionOrFreeAncestor) {
   // Hips <- lHip <- lKnee <- lAnkle (a limb end) <- lToes; Hips <- Spine (free) <- Chest.
   EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, 0));
   EXPECT_TRUE(
-      HasNoFrictionOrFreeAncestor(*written_, kAnkle));  // only the node itself is a limb end
+      HasNoFrictionOrFreeAncestor(*written_, kMapAnkle));  // only the node itself is a limb end
   EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "Spine")));
   EXPECT_FALSE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "lToes")));
   EXPECT_FALSE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "Chest")));
-  structure_->nodes[static_cast<size_t>(FindNodeIndex(*structure_, "lToes"))].parent = kKnee;
+  structure_->nodes[static_cast<size_t>(FindNodeIndex(*structure_, "lToes"))].parent = kMapKnee;
   EXPECT_TRUE(HasNoFrictionOrFreeAncestor(*written_, FindNodeIndex(*structure_, "lToes")));
 }
 
