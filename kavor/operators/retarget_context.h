@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavor/maps/glue_map.h"
@@ -112,6 +113,8 @@ struct RetargetOpContext {
   // parent that it was bound with (its place follows from its parent's turn); the others
   // take their offset from the motion.
   std::vector<bool> is_rigid;
+  // Scratch list of the solve's "Reduce" stage: descendants and their locals.
+  std::vector<std::pair<int32_t, KRX::MATH::CTransformation>> reduce_kept;
   std::vector<KRX::MATH::CVector3> rigid_offset;
   // [semi-free entry]: the entry's node and its descendants, in node order.
   std::vector<std::vector<int32_t>> semi_free_branches;

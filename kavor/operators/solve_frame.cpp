@@ -241,8 +241,10 @@ struct Solver {
       if (glue_index < 0 || !HasOffset(glue_index)) continue;
       const double r = Read(c.rotation_offsets[glue_index].reduce, time, 0.0);
       if (r == 0.0) continue;
-      // Descendants keep their locals.
-      std::vector<std::pair<int32_t, CTransformation>> kept;
+      // Descendants keep their locals (in a list kept with the context: no allocation per
+      // frame once it has grown).
+      std::vector<std::pair<int32_t, CTransformation>>& kept = c.reduce_kept;
+      kept.clear();
       for (int32_t d = i + 1; d < m.NumNodes(); ++d) {
         for (int32_t walk = Parent(d); walk >= 0; walk = Parent(walk)) {
           if (walk == i) {
