@@ -24,24 +24,10 @@ struct Setup {
 
 // False (with the reason in `why`) when the shared capture is not on this machine.
 bool Prepare(Setup& setup, std::string& why) {
-  const ct::fs::path capture = ct::SharedCapture("cmu_02_01.bvh");
-  if (capture.empty()) {
-    why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
-    return false;
-  }
-  ct::NewSceneWithShippedData();
-  const KRX::Model source = ct::ImportCapture(capture, L"Source");
-  const KRX::Model target = ct::ImportCapture(capture, L"Target", 1.2);
-  for (int extra = static_cast<int>(target.FindChildren().size()); extra < kTargetObjects; ++extra) {
-    KRX::X3DObject(target).AddNull(KRX::CString(L"prop") + KRX::CString(std::to_string(extra)));
-  }
-  const ct::fs::path tags = ct::ShippedTemplate("CmuJointNames.tagt");
-  if (!ct::TagInBindPose(source, tags) || !ct::TagInBindPose(target, tags)) {
-    why = "the shipped template did not tag the capture";
-    return false;
-  }
-  setup.source = ct::ReadTagged(source);
-  setup.target = ct::ReadTagged(target);
+  const std::optional<ct::CapturePair> pair = ct::ImportTaggedCmuPair(kTargetObjects, why);
+  if (!pair) return false;
+  setup.source = ct::ReadTagged(pair->source);
+  setup.target = ct::ReadTagged(pair->target);
   if (!setup.source.retarget || !setup.target.retarget || !setup.target.glue) {
     why = "the tagged capture did not read back";
     return false;

@@ -40,31 +40,21 @@ struct Setup {
 // False (with the reason in `why`) when the shared capture is not on this machine or the
 // retarget did not build.
 bool Prepare(Setup& setup, std::string& why, bool retarget = true) {
-  const ct::fs::path capture = ct::SharedCapture("cmu_02_01.bvh");
-  if (capture.empty()) {
-    why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
-    return false;
-  }
   if (!kavor::inprocess::LoadPlugInInProcess()) {
     why = "the plug-in did not load";
     return false;
   }
-  ct::NewSceneWithShippedData();
-  const KRX::Model source = ct::ImportCapture(capture, L"Source");
-  const KRX::Model target = ct::ImportCapture(capture, L"Target", 1.2);
-  for (int extra = static_cast<int>(target.FindChildren().size()); extra < kTargetObjects; ++extra) {
-    KRX::X3DObject(target).AddNull(KRX::CString(L"prop") + KRX::CString(std::to_string(extra)));
-  }
-  const ct::fs::path tags = ct::ShippedTemplate("CmuJointNames.tagt");
-  if (!ct::TagInBindPose(source, tags) || !ct::TagInBindPose(target, tags)) {
-    why = "the shipped template did not tag the capture";
-    return false;
-  }
+  const std::optional<ct::CapturePair> pair = ct::ImportTaggedCmuPair(kTargetObjects, why);
+  if (!pair) return false;
+  const KRX::Model& source = pair->source;
+  const KRX::Model& target = pair->target;
   setup.frames = static_cast<int>(KRX::Application().GetActiveProject().GetPlayControl()
                                       .GetParameterValue(L"Out").GetDouble());
   if (retarget && !kavor::RetargetRigToRig(source, target, 1, setup.frames)) {
     why = "the retarget did not build";
-    for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) why += "\n  " + line.text.GetAsciiString();
+    for (const KRX::rt::LogLine& line : KRX::rt::LogLines()) {
+      why += "\n  " + line.text.GetAsciiString();
+    }
     return false;
   }
   setup.target = target;
@@ -81,6 +71,14 @@ bool Prepare(Setup& setup, std::string& why, bool retarget = true) {
   // The first evaluation binds the operators.
   for (KRX::KinematicState& global : setup.globals) (void)global.GetTransform(1.0);
   return !retarget || kavor::FindLiveContext(target) != nullptr;
+}
+
+// Prepare, or the benchmark skipped with the reason.
+bool PrepareOrSkip(benchmark::State& state, Setup& setup, bool retarget = true) {
+  std::string why;
+  if (Prepare(setup, why, retarget)) return true;
+  state.SkipWithError(why.c_str());
+  return false;
 }
 
 // Plays every frame of `setup`'s take, reading each object's global transform.
@@ -113,22 +111,14 @@ void Play(benchmark::State& state, Setup& setup) {
 // The same rig playing its own imported animation, with no operators: the scene's own cost.
 void BM_PlayRigWithoutOperators(benchmark::State& state) {
   Setup setup;
-  std::string why;
-  if (!Prepare(setup, why, false)) {
-    state.SkipWithError(why.c_str());
-    return;
-  }
+  if (!PrepareOrSkip(state, setup, false)) return;
   Play(state, setup);
 }
 BENCHMARK(BM_PlayRigWithoutOperators)->Unit(benchmark::kMicrosecond);
 
 void BM_PlayRetargetedRig(benchmark::State& state) {
   Setup setup;
-  std::string why;
-  if (!Prepare(setup, why)) {
-    state.SkipWithError(why.c_str());
-    return;
-  }
+  if (!PrepareOrSkip(state, setup)) return;
   Play(state, setup);
 }
 BENCHMARK(BM_PlayRetargetedRig)->Unit(benchmark::kMicrosecond);
@@ -136,11 +126,7 @@ BENCHMARK(BM_PlayRetargetedRig)->Unit(benchmark::kMicrosecond);
 // A typical set of adjustments: speed, a hip offset, two keyed foot clamps, a root offset.
 void BM_PlayAdjustedRig(benchmark::State& state) {
   Setup setup;
-  std::string why;
-  if (!Prepare(setup, why)) {
-    state.SkipWithError(why.c_str());
-    return;
-  }
+  if (!PrepareOrSkip(state, setup)) return;
   kavor::RetargetOpContext& context = *kavor::FindLiveContext(setup.target);
   KRX::CustomProperty adjust = context.adjust_property;
   auto change = [&](const wchar_t* name, const KRX::CValue& value) {
@@ -148,7 +134,6 @@ void BM_PlayAdjustedRig(benchmark::State& state) {
     parameter.PutValue(value, 1.0);
     kavor::OnAdjustmentChanged(context, parameter, 1.0);
   };
-  change(L"Speed", KRX::CValue(1.5));
   change(L"Speed", KRX::CValue(1.5));
   change(L"hipY", KRX::CValue(0.5));
   int clamps = 0;
@@ -174,11 +159,7 @@ BENCHMARK(BM_PlayAdjustedRig)->Unit(benchmark::kMicrosecond);
 
 void BM_SolveFrame(benchmark::State& state) {
   Setup setup;
-  std::string why;
-  if (!Prepare(setup, why)) {
-    state.SkipWithError(why.c_str());
-    return;
-  }
+  if (!PrepareOrSkip(state, setup)) return;
   kavor::RetargetOpContext& context = *kavor::FindLiveContext(setup.target);
   int frame = 1;
   for (auto _ : state) {

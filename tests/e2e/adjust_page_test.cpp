@@ -16,16 +16,11 @@ namespace fs = std::filesystem;
 namespace ct = capturetest;
 using KRX::MATH::CVector3;
 
-KRX::CValue Cmd(const wchar_t* command, const KRX::CValueArray& args) {
-  KRX::CValue result;
-  KRX::Application().ExecuteCommand(command, args, result);
-  return result;
-}
 KRX::CValue Get(const std::wstring& name) {
-  return Cmd(L"GetValue", {KRX::CValue(L"Target.RetargetAdjustPPG." + name)});
+  return RunCommand(L"GetValue", {KRX::CValue(L"Target.RetargetAdjustPPG." + name)});
 }
 void Set(const std::wstring& name, const KRX::CValue& value) {
-  Cmd(L"SetValue", {KRX::CValue(L"Target.RetargetAdjustPPG." + name), value});
+  RunCommand(L"SetValue", {KRX::CValue(L"Target.RetargetAdjustPPG." + name), value});
 }
 KRX::Model Target() {
   return KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(L"Target", L"", false));
@@ -54,12 +49,13 @@ TEST_F(AdjustPageTest, PageAndScriptChangesMoveTheTargetAsTheAdjustmentSays) {
   const fs::path capture = ct::SharedCapture("cmu_02_01.bvh");
   if (capture.empty()) GTEST_SKIP() << "the shared captures are not here";
   for (const wchar_t* name : {L"Source", L"Target"}) {
-    Cmd(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
-    Cmd(L"LoadTagTemplateFile",
+    RunCommand(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
+    RunCommand(
+        L"LoadTagTemplateFile",
         {KRX::CValue(name), KRX::CValue(ct::ShippedTemplate("CmuJointNames.tagt").wstring())});
   }
-  ASSERT_TRUE(Cmd(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"), KRX::CValue(1),
-                                KRX::CValue(120)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
+                                       KRX::CValue(1), KRX::CValue(120)})
                   .GetBool());
   ASSERT_TRUE(Adjustments().IsValid());
   {  // The retarget shows the page, built from the running retarget, in its view.
@@ -174,8 +170,8 @@ TEST_F(AdjustPageTest, PageAndScriptChangesMoveTheTargetAsTheAdjustmentSays) {
   {  // The start frame is kept with the motion: saved and reopened, it plays from there.
     Set(L"InsertionFrame", KRX::CValue(11));
     const fs::path scene = fs::temp_directory_path() / "kavor_adjust_page.krxs";
-    ASSERT_TRUE(Cmd(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
-    ASSERT_TRUE(Cmd(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
+    ASSERT_TRUE(RunCommand(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
+    ASSERT_TRUE(RunCommand(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
     fs::remove(scene);
     EXPECT_EQ(Get(L"InsertionFrame").GetInt(), 11);
     At(20);  // the first evaluation after loading writes nothing

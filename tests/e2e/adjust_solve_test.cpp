@@ -21,12 +21,6 @@ using KRX::MATH::CVector3;
 constexpr int32_t kFirst = 1;
 constexpr int32_t kLast = 120;
 
-KRX::CValue Cmd(const wchar_t* command, const KRX::CValueArray& args) {
-  KRX::CValue result;
-  KRX::Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 bool Set(const std::wstring& path, const KRX::CValue& value) {
   KRX::CValue ignored;
   return KRX::Succeeded(
@@ -35,12 +29,12 @@ bool Set(const std::wstring& path, const KRX::CValue& value) {
 
 // Imports the capture as `name`, tags it and, given a source, retargets it onto it.
 KRX::Model Rig(const fs::path& capture, const wchar_t* name, const wchar_t* source) {
-  Cmd(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
+  RunCommand(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
   const std::wstring tags = ct::ShippedTemplate("CmuJointNames.tagt").wstring();
-  EXPECT_TRUE(Cmd(L"LoadTagTemplateFile", {KRX::CValue(name), KRX::CValue(tags)}).GetBool());
+  EXPECT_TRUE(RunCommand(L"LoadTagTemplateFile", {KRX::CValue(name), KRX::CValue(tags)}).GetBool());
   if (source != nullptr) {
-    EXPECT_TRUE(Cmd(L"Retarget", {KRX::CValue(source), KRX::CValue(name), KRX::CValue(kFirst),
-                                  KRX::CValue(kLast)})
+    EXPECT_TRUE(RunCommand(L"Retarget", {KRX::CValue(source), KRX::CValue(name),
+                                         KRX::CValue(kFirst), KRX::CValue(kLast)})
                     .GetBool());
   }
   return KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(name, L"", false));
@@ -86,7 +80,7 @@ class AdjustSolveTest : public KavorModuleTest {
     if (capture_.empty()) GTEST_SKIP() << "the shared captures are not here";
     source_ = Rig(capture_, L"Source", nullptr);
     target_ = Rig(capture_, L"Target", L"Source");
-    leg_ = Cmd(L"GetValue", {KRX::CValue(L"Target.ZRKMap.LegLength")}).GetDouble();
+    leg_ = RunCommand(L"GetValue", {KRX::CValue(L"Target.ZRKMap.LegLength")}).GetDouble();
     ASSERT_GT(leg_, 0.0);
     // The first limb plane marked as a foot: its end node's name and its rig object.
     const KRX::CustomProperty adjust = Adjustments(target_);
@@ -252,8 +246,8 @@ TEST_F(AdjustSolveTest, APresetCarriesEveryAdjustmentToAnotherRetarget) {
 
   const fs::path preset = fs::temp_directory_path() / "kavor_adjust_solve.adj";
   const KRX::CValue file(preset.wstring());
-  Cmd(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Target"), file});
-  Cmd(L"LoadKAVORAdjustmentPresetFile", {KRX::CValue(L"Other"), file});
+  RunCommand(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Target"), file});
+  RunCommand(L"LoadKAVORAdjustmentPresetFile", {KRX::CValue(L"Other"), file});
   fs::remove(preset);
   const KRX::CustomProperty to = Adjustments(other);
   for (const KRX::Parameter& parameter : Adjustments(target_).GetParameters()) {
@@ -268,7 +262,7 @@ TEST_F(AdjustSolveTest, APresetCarriesEveryAdjustmentToAnotherRetarget) {
       EXPECT_LT(Gap(loaded.at(joint)[f], path[f]), 1e-9 * leg_);
   }
   // A model without a retarget has nothing to save.
-  Cmd(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Source"), file});
+  RunCommand(L"SaveKAVORAdjustmentPresetFile", {KRX::CValue(L"Source"), file});
   EXPECT_FALSE(fs::exists(preset));
 }
 

@@ -12,6 +12,13 @@
 
 namespace kavor::e2e {
 
+// Runs a command by name, as a script does, and gives its return value.
+inline KRX::CValue RunCommand(const wchar_t* command, const KRX::CValueArray& args) {
+  KRX::CValue result;
+  KRX::Application().ExecuteCommand(command, args, result);
+  return result;
+}
+
 // Fixture of the end-to-end tests: the module loaded ($KAVOR_BUILD_DIR/libkavor.so, or
 // beside the test program), a fresh scene and an empty log.
 class KavorModuleTest : public ::testing::Test {

@@ -23,22 +23,17 @@ using KRX::MATH::CVector3;
 constexpr int32_t kFirst = 1;
 constexpr int32_t kLast = 120;
 
-KRX::CValue Command(const wchar_t* command, const KRX::CValueArray& args) {
-  KRX::CValue result;
-  KRX::Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 KRX::Model Scene(const wchar_t* name) {
   return KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(name, L"", false));
 }
 
 // Imports a capture and tags it with a shipped template, by command.
 KRX::Model ImportTagged(const fs::path& capture, const wchar_t* name, const char* tag_template) {
-  Command(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
-  EXPECT_TRUE(Command(L"LoadTagTemplateFile",
-                      {KRX::CValue(name), KRX::CValue(ct::ShippedTemplate(tag_template).wstring())})
-                  .GetBool());
+  RunCommand(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(name)});
+  EXPECT_TRUE(
+      RunCommand(L"LoadTagTemplateFile",
+                 {KRX::CValue(name), KRX::CValue(ct::ShippedTemplate(tag_template).wstring())})
+          .GetBool());
   return Scene(name);
 }
 
@@ -60,7 +55,7 @@ std::vector<std::wstring> DrivenJoints(const KRX::Model& model) {
 }
 
 double LegLength(const wchar_t* model) {
-  return Command(L"GetValue", {KRX::CValue(std::wstring(model) + L".ZRKMap.LegLength")})
+  return RunCommand(L"GetValue", {KRX::CValue(std::wstring(model) + L".ZRKMap.LegLength")})
       .GetDouble();
 }
 
@@ -121,19 +116,19 @@ TEST_F(LiveRetargetTest, ACaptureOntoItsOwnCopyFollowsItJointForJoint) {
   if (capture.empty()) GTEST_SKIP() << "the shared captures are not here";
   const KRX::Model source = ImportTagged(capture, L"Source", "CmuJointNames.tagt");
   const KRX::Model target = ImportTagged(capture, L"Target", "CmuJointNames.tagt");
-  ASSERT_TRUE(Command(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
-                                    KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
+                                       KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
-  EXPECT_EQ(Command(L"RetargetExtractStartFrame", {KRX::CValue(L"Target")}).GetInt(), kFirst);
-  EXPECT_EQ(Command(L"RetargetExtractEndFrame", {KRX::CValue(L"Target")}).GetInt(), kLast + 1);
+  EXPECT_EQ(RunCommand(L"RetargetExtractStartFrame", {KRX::CValue(L"Target")}).GetInt(), kFirst);
+  EXPECT_EQ(RunCommand(L"RetargetExtractEndFrame", {KRX::CValue(L"Target")}).GetInt(), kLast + 1);
 
   const std::vector<std::wstring> joints = DrivenJoints(target);
   ASSERT_GE(joints.size(), 15u);
   const double leg = LegLength(L"Target");
   ASSERT_GT(leg, 0.0);
   // Retargeting again replaces the first setup.
-  ASSERT_TRUE(Command(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
-                                    KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
+                                       KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
   EXPECT_EQ(DrivenJoints(target).size(), joints.size());
   // With the default contact blend, hands and feet lose a little of their own motion for a
@@ -143,21 +138,21 @@ TEST_F(LiveRetargetTest, ACaptureOntoItsOwnCopyFollowsItJointForJoint) {
   EXPECT_LT(LargestDifference(straight_line, Record(source, joints)), 0.015 * leg);
   ASSERT_TRUE(UsePreference(L"BLEND_DRIFT_ONLY", 1));
   ASSERT_TRUE(UsePreference(L"STRAIGHT_LIMB_MICRORADIANS", 1));
-  ASSERT_TRUE(Command(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
-                                    KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
+                                       KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
   const Poses played = Record(target, joints);
   EXPECT_LT(LargestDifference(played, Record(source, joints)), 1e-4 * leg);
 
   // Saved and reopened, the operators bind again and play the same poses.
   const fs::path scene = fs::temp_directory_path() / "kavor_live_retarget.krxs";
-  ASSERT_TRUE(Command(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
-  ASSERT_TRUE(Command(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
+  ASSERT_TRUE(RunCommand(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
+  ASSERT_TRUE(RunCommand(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
   EXPECT_LT(LargestDifference(Record(Scene(L"Target"), joints), played), 1e-9 * leg);
   fs::remove(scene);
 
   // Removing everything leaves no trace of the plug-in on the model.
-  Command(L"RemoveAllKavorPropsAndOps", {KRX::CValue(L"Target")});
+  RunCommand(L"RemoveAllKavorPropsAndOps", {KRX::CValue(L"Target")});
   EXPECT_TRUE(DrivenJoints(Scene(L"Target")).empty());
   for (const KRX::Property& property : Scene(L"Target").GetProperties()) {
     const std::wstring name = property.GetName().GetWideString();
@@ -171,8 +166,8 @@ TEST_F(LiveRetargetTest, OneNamingOntoAnotherKeepsBonesAndScalesTheHips) {
   if (cmu.empty() || other.empty()) GTEST_SKIP() << "the shared captures are not here";
   const KRX::Model source = ImportTagged(cmu, L"Source", "CmuJointNames.tagt");
   const KRX::Model target = ImportTagged(other, L"Target", "JointRootNames.tagt");
-  ASSERT_TRUE(Command(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
-                                    KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
+                                       KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
   const std::vector<std::wstring> joints = DrivenJoints(target);
   ASSERT_GE(joints.size(), 10u);
@@ -238,15 +233,15 @@ TEST_F(LiveRetargetTest, AMotionFileGivesWhatRetargetingDirectlyGives) {
   ImportTagged(capture, L"Source", "CmuJointNames.tagt");
   const KRX::Model direct = ImportTagged(other, L"Direct", "CmuJointNames.tagt");
   const KRX::Model loaded = ImportTagged(other, L"Loaded", "CmuJointNames.tagt");
-  ASSERT_TRUE(Command(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Direct"),
-                                    KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Direct"),
+                                       KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
   const fs::path file = fs::temp_directory_path() / "kavor_live_retarget.kavor";
-  ASSERT_TRUE(Command(L"SaveKavorFile", {KRX::CValue(L"Source"), KRX::CValue(file.wstring()),
-                                         KRX::CValue(kFirst), KRX::CValue(kLast)})
+  ASSERT_TRUE(RunCommand(L"SaveKavorFile", {KRX::CValue(L"Source"), KRX::CValue(file.wstring()),
+                                            KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());
-  ASSERT_TRUE(Command(L"LoadKavorFile",
-                      {KRX::CValue(L"Loaded"), KRX::CValue(file.wstring()), KRX::CValue(kFirst)})
+  ASSERT_TRUE(RunCommand(L"LoadKavorFile",
+                         {KRX::CValue(L"Loaded"), KRX::CValue(file.wstring()), KRX::CValue(kFirst)})
                   .GetBool())
       << ::testing::PrintToString(LoggedTexts(4)) << ::testing::PrintToString(LoggedTexts(2));
   fs::remove(file);

@@ -31,12 +31,6 @@ KRX::CStatus Counted(KRX::CRef& ref) {
   return Update(ref);
 }
 
-KRX::CValue Command(const wchar_t* command, const KRX::CValueArray& args) {
-  KRX::CValue result;
-  KRX::Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 CVector3 World(const KRX::X3DObject& object) {
   return object.GetKinematics().GetGlobal().GetTransform(KRX::kCurrentTime).GetTranslation();
 }
@@ -47,8 +41,8 @@ void MoveBy(const KRX::X3DObject& object, const CVector3& delta) {
   const wchar_t* axes[3] = {L"x", L"y", L"z"};
   for (int axis = 0; axis < 3; ++axis) {
     const KRX::CString name = local + axes[axis];
-    const double value = Command(L"GetValue", {name}).GetDouble();
-    Command(L"SetValue", {name, value + delta[axis]});
+    const double value = RunCommand(L"GetValue", {name}).GetDouble();
+    RunCommand(L"SetValue", {name, value + delta[axis]});
   }
 }
 
@@ -58,7 +52,7 @@ void ExpectNear(const CVector3& actual, const CVector3& expected) {
 
 // The operators on the object's local state (only symmetry operators sit there).
 size_t OperatorsOn(const KRX::X3DObject& object) {
-  return Command(L"EnumElements", {object.GetKinematics().GetLocal().GetFullName()})
+  return RunCommand(L"EnumElements", {object.GetKinematics().GetLocal().GetFullName()})
       .GetArray()
       .size();
 }
@@ -83,7 +77,7 @@ class SymmetryTest : public KavorModuleTest {
   bool Build() {
     const auto capture = ct::SharedCapture("cmu_02_01.bvh");
     if (capture.empty()) return false;
-    Command(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(L"Walker")});
+    RunCommand(L"ImportBVH", {KRX::CValue(capture.wstring()), KRX::CValue(L"Walker")});
     model_ = KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false));
     hips_ = model_.FindChild(L"Hips");
     // The mirror plane turned, and the two upper legs' parents turned apart.
@@ -122,7 +116,7 @@ class SymmetryTest : public KavorModuleTest {
                                      const CVector3& delta, bool select = false) {
     const CVector3 source_before = World(source);
     const CVector3 partner_before = World(partner);
-    if (select) Command(L"SelectObj", {source.GetFullName()});
+    if (select) RunCommand(L"SelectObj", {source.GetFullName()});
     MoveBy(source, delta);
     return {Mirrored(World(source) - source_before), World(partner) - partner_before};
   }
@@ -137,7 +131,7 @@ class SymmetryTest : public KavorModuleTest {
 TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
   if (!Build()) GTEST_SKIP() << "the shared captures are not here";
   ASSERT_TRUE(switch_.IsValid());
-  EXPECT_TRUE(Command(L"GetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry")}).GetBool());
+  EXPECT_TRUE(RunCommand(L"GetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry")}).GetBool());
   ASSERT_EQ(pairs_.size(), 2u);
   EXPECT_TRUE(FindOperatorByName(pairs_[0].second.GetKinematics().GetLocal().GetFullName(),
                                  kSymmetrySpecialOperator, nullptr));
@@ -171,7 +165,7 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
       const auto [ignored, still] = Move(source, partner, delta);
       ExpectNear(still, CVector3());
       const CVector3 before = World(partner);
-      Command(L"SetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry"), true});
+      RunCommand(L"SetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry"), true});
       ExpectNear(World(partner), before);
       const auto [expected, moved] = Move(source, partner, delta * -0.5);
       ExpectNear(moved, expected);
@@ -181,7 +175,7 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
       ExpectNear(moved, expected);
     }
     {  // Not selected: the partner stays.
-      Command(L"DeselectAll", {});
+      RunCommand(L"DeselectAll", {});
       const auto [ignored, still] = Move(source, partner, delta);
       ExpectNear(still, CVector3());
     }

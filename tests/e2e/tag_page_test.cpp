@@ -16,12 +16,6 @@ namespace {
 
 using TagPageTest = KavorModuleTest;
 
-KRX::CValue RunCmd(const wchar_t* command, const KRX::CValueArray& args) {
-  KRX::CValue result;
-  KRX::Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 std::string Value(const KRX::CustomProperty& page, const wchar_t* name) {
   return page.GetParameterValue(name).GetString().GetAsciiString();
 }
@@ -62,10 +56,10 @@ TEST_F(TagPageTest, PickTypeAndClose) {
   const ShippedDataPath data(source, module_->path);
   KRX::rt::ResetInteraction();
   const std::string walker = (std::filesystem::path(source) / "examples" / "walker.bvh").string();
-  ASSERT_EQ(RunCmd(L"ImportBVH", {KRX::CValue(walker), KRX::CValue(L"Walker")}).GetString(),
+  ASSERT_EQ(RunCommand(L"ImportBVH", {KRX::CValue(walker), KRX::CValue(L"Walker")}).GetString(),
             KRX::CString(L"Walker"));
-  ASSERT_TRUE(
-      RunCmd(L"SetStructureFile", {KRX::CValue(L"Walker"), KRX::CValue(L"Humanoid")}).GetBool());
+  ASSERT_TRUE(RunCommand(L"SetStructureFile", {KRX::CValue(L"Walker"), KRX::CValue(L"Humanoid")})
+                  .GetBool());
   const KRX::X3DObject model =
       KRX::Application().GetActiveSceneRoot().FindChild(L"Walker", L"", false);
   KRX::CustomProperty page;

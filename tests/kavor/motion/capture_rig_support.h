@@ -134,6 +134,35 @@ inline bool TagInBindPose(const KRX::Model& model, const fs::path& tag_template)
   return tagged;
 }
 
+// The shared CMU walk imported twice and tagged with the shipped CMU template, for the
+// benchmarks: "Source" as captured and "Target" 1.2 times its size, padded with nulls to
+// `target_objects` objects below its model. Nothing (with the reason in `why`) when the
+// capture is not on this machine or the template does not tag it.
+struct CapturePair {
+  KRX::Model source;
+  KRX::Model target;
+};
+inline std::optional<CapturePair> ImportTaggedCmuPair(int target_objects, std::string& why) {
+  const fs::path capture = SharedCapture("cmu_02_01.bvh");
+  if (capture.empty()) {
+    why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
+    return std::nullopt;
+  }
+  NewSceneWithShippedData();
+  CapturePair pair{ImportCapture(capture, L"Source"), ImportCapture(capture, L"Target", 1.2)};
+  for (int extra = static_cast<int>(pair.target.FindChildren().size()); extra < target_objects;
+       ++extra) {
+    KRX::X3DObject(pair.target)
+        .AddNull(KRX::CString(L"prop") + KRX::CString(std::to_string(extra)));
+  }
+  const fs::path tags = ShippedTemplate("CmuJointNames.tagt");
+  if (!TagInBindPose(pair.source, tags) || !TagInBindPose(pair.target, tags)) {
+    why = "the shipped template did not tag the capture";
+    return std::nullopt;
+  }
+  return pair;
+}
+
 // What a retarget flow reads from a tagged model: its structure, its RetargetModel with
 // the map read and its resolved glue. Empty members when the model cannot be read.
 struct TaggedModel {
