@@ -139,6 +139,44 @@ TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
   }
 }
 
+// Keyed through SaveKey (as the page keys), the hip offset follows its curve frame by
+// frame; without "offsetFeet" the feet keep their places and only the body moves.
+TEST_F(AdjustSolveTest, AKeyedHipOffsetMovesTheBodyAndTheFeetOnlyWithOffsetFeet) {
+  const std::wstring hip_x = L"Target.RetargetAdjustPPG.hipX";
+  const Paths base = Play(target_);
+  KRX::Application().PutCurrentFrame(21);
+  RunCommand(L"SaveKey", {KRX::CValue(hip_x)});  // 0 at frame 21
+  KRX::Application().PutCurrentFrame(81);
+  ASSERT_TRUE(Set(hip_x, KRX::CValue(0.2 * leg_)));
+  RunCommand(L"SaveKey", {KRX::CValue(hip_x), KRX::CValue(81)});
+  const KRX::FCurve curve = Adjustments(target_).GetParameter(L"hipX").GetFCurve();
+  ASSERT_EQ(curve.GetNumKeys(), 2);
+  EXPECT_NEAR(curve.Eval(51), 0.1 * leg_, 0.05 * leg_);
+  const auto offset = [&](size_t f) { return CVector3(curve.Eval(kFirst + f), 0.0, 0.0); };
+  const Paths keyed = Play(target_);
+  for (const auto& [joint, path] : base) {
+    for (size_t f = 0; f < path.size(); ++f) {
+      EXPECT_LT(Gap(keyed.at(joint)[f], path[f] + offset(f)), 1e-6 * leg_) << f;
+    }
+  }
+  ASSERT_TRUE(Set(L"Target.RetargetAdjustPPG.offsetFeet", KRX::CValue(false)));
+  const std::wstring hand = L"LeftHand", hip = L"LeftUpLeg";
+  const Paths kept = Play(target_, {L"Hips", hand, hip, foot_});
+  const double reach =
+      Gap(base.at(hip)[0], base.at(L"LeftLeg")[0]) + Gap(base.at(L"LeftLeg")[0], base.at(foot_)[0]);
+  int planted = 0;
+  for (size_t f = 0; f < kept.at(foot_).size(); ++f) {
+    EXPECT_LT(Gap(kept.at(L"Hips")[f], base.at(L"Hips")[f] + offset(f)), 1e-6 * leg_) << f;
+    EXPECT_LT(Gap(kept.at(hand)[f], base.at(hand)[f] + offset(f)), 1e-6 * leg_) << f;
+    // The foot stays where the limb reaches it.
+    if (Gap(kept.at(hip)[f], base.at(foot_)[f]) < reach * 0.99) {
+      EXPECT_LT(Gap(kept.at(foot_)[f], base.at(foot_)[f]), 1e-6 * leg_) << f;
+      planted += offset(f).GetX() > 0.05 * leg_;
+    }
+  }
+  EXPECT_GT(planted, 10);
+}
+
 TEST_F(AdjustSolveTest, AClampKeyPlantsTheFootAndAReleaseKeyBlendsItBack) {
   const auto at = [&](const std::wstring& joint, double f) {
     return GlobalOf(target_, joint, f).GetTranslation();
@@ -205,6 +243,19 @@ TEST_F(AdjustSolveTest, ARootRotationOffsetTurnsTheBodyAndReduceGivesTheRestRota
     for (size_t f = 0; f < path.size(); ++f) {
       const CVector3 expected(path[f].GetZ(), path[f].GetY(), -path[f].GetX());
       EXPECT_LT(Gap(turned.at(joint)[f], expected), 1e-6 * leg_) << f;
+    }
+  }
+  {  // Saved and reopened, the offset still applies.
+    const fs::path scene = fs::temp_directory_path() / "kavor_adjust_solve.krxs";
+    ASSERT_TRUE(RunCommand(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
+    ASSERT_TRUE(RunCommand(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
+    fs::remove(scene);
+    target_ = KRX::Model(KRX::Application().GetActiveSceneRoot().FindChild(L"Target", L"", false));
+    const Paths reopened = Play(target_, {L"Hips", L"Head", foot_});
+    for (const auto& [joint, path] : reopened) {
+      for (size_t f = 0; f < path.size(); ++f) {
+        EXPECT_LT(Gap(path[f], turned.at(joint)[f]), 1e-6 * leg_) << f;
+      }
     }
   }
   ASSERT_TRUE(Set(L"Target.Hips.RotationOffsetPPG.Y", KRX::CValue(0.0)));

@@ -1,13 +1,16 @@
 // Host commands on values: parameters and preferences by full name, and expressions.
+#include <cmath>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/app_commands.h"
 #include "app/app_items.h"
 #include "app/app_settings.h"
 #include "app/command_args.h"
+#include "krx/application.h"
 #include "krx/property.h"
 #include "plugins/pages.h"
 #include "runtime/commands.h"
@@ -177,6 +180,62 @@ CStatus SetExpr(const CValueArray& args, CValue&) {
   return status;
 }
 
+// SaveKey(parameters, frame): keys each parameter's current value at the frame (the
+// current frame when left out), giving a parameter without a function curve a new one.
+// `parameters` is one full name, several separated by commas, or references. Nothing is
+// keyed unless every name is a parameter that can take keys; each keyed parameter's page
+// hears of the change as from SetValue.
+CStatus SaveKey(const CValueArray& args, CValue&) {
+  const CValue& names = Arg(args, 0);
+  if (names.IsEmpty() || (names.GetType() == ValueType::String && names.GetString().IsEmpty())) {
+    CommandError("SaveKey", "no parameter given");
+    return CStatus::InvalidArgument;
+  }
+  const double frame =
+      Arg(args, 1).IsEmpty() ? Application().GetCurrentFrame() : Arg(args, 1).GetDouble();
+  if (!std::isfinite(frame)) {
+    CommandError("SaveKey", "the frame is not a number");
+    return CStatus::InvalidArgument;
+  }
+  std::vector<CString> unresolved;
+  const std::vector<std::shared_ptr<Item>> items = ResolveItems(names, &unresolved);
+  if (!unresolved.empty()) {
+    CommandError("SaveKey", "nothing is named '" + unresolved.front().GetAsciiString() + "'");
+    return CStatus::Fail;
+  }
+  std::vector<Parameter> params;
+  for (const std::shared_ptr<Item>& item : items) {
+    auto param = std::dynamic_pointer_cast<ParamItem>(item);
+    if (!param) {
+      CommandError("SaveKey", "'" + SIObject(RefToItem(item)).GetFullName().GetAsciiString() +
+                                  "' is not a parameter");
+      return CStatus::Fail;
+    }
+    const ValueType type = param->value_type;
+    params.emplace_back(RefToItem(param));
+    if (param->grid || param->expression ||
+        (type != ValueType::Int && type != ValueType::Double && type != ValueType::Bool)) {
+      CommandError("SaveKey",
+                   "'" + params.back().GetFullName().GetAsciiString() + "' cannot be keyed");
+      return CStatus::Fail;
+    }
+  }
+  for (Parameter& param : params) {
+    const double value = param.GetValue().GetDouble();
+    // Whole numbers and switches hold their keyed value until the next key.
+    const Interpolation interpolation =
+        param.GetValueType() == ValueType::Double ? Interpolation::Bezier : Interpolation::Constant;
+    FCurve curve = param.GetFCurve();
+    if (!curve.IsValid()) curve = param.AddFCurve();
+    if (!curve.IsValid() || curve.AddKey(frame, value, interpolation) < 0) {
+      CommandError("SaveKey", "cannot key '" + param.GetFullName().GetAsciiString() + "'");
+      return CStatus::Fail;
+    }
+    NotifyParameterChanged(param);
+  }
+  return CStatus::OK;
+}
+
 }  // namespace
 
 void PutItemAttribute(const std::shared_ptr<Item>& item, const CString& path, const CValue& value) {
@@ -208,6 +267,7 @@ void RegisterValueCommands() {
   RegisterHostCommand(L"SetValue", SetValue);
   RegisterHostCommand(L"AddExpr", AddExpr);
   RegisterHostCommand(L"SetExpr", SetExpr);
+  RegisterHostCommand(L"SaveKey", SaveKey);
 }
 
 }  // namespace KRX::rt

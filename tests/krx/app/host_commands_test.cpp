@@ -1,6 +1,6 @@
 // The host's commands on real scenes: DeleteObj, SelectObj, DeselectAll, EnumElements,
-// RemoveAllAnimation; GetValue, SetValue, AddExpr, SetExpr; PickObject, InspectObj and
-// ShowFileForEdit.
+// RemoveAllAnimation; GetValue, SetValue, SaveKey, AddExpr, SetExpr; PickObject, InspectObj
+// and ShowFileForEdit.
 #include <gtest/gtest.h>
 
 #include "krx/app/app_test_support.h"
@@ -210,6 +210,34 @@ TEST_F(HostCommandTest, ExpressionsDriveAndReleaseParameters) {
   }
   Run(L"AddExpr", {hand_posy, L""}, CStatus::InvalidArgument);
   Run(L"AddExpr", {L"Hero.hips", L"Hero.hand.kine.local.posx"}, CStatus::Fail);
+}
+
+TEST_F(HostCommandTest, SaveKeyKeysTheCurrentValuesAtTheFrame) {
+  Parameter on =
+      settings_.AddParameter(L"on", ValueType::Bool, kCapAnimatable, L"", L"", false);
+  const CString speed = speed_.GetFullName();
+  const CString both = speed + L"," + on.GetFullName();
+  Application().PutCurrentFrame(3);
+  Run(L"SetValue", {speed, 2.0});
+  Run(L"SaveKey", {speed});  // a new curve, keyed at the current frame
+  ASSERT_TRUE(speed_.GetFCurve().IsValid());
+  Run(L"SetValue", {speed, 5.0});  // on the curve now: held until the frame changes
+  Run(L"SetValue", {on.GetFullName(), true});
+  Run(L"SaveKey", {both, 9});
+  std::vector<FCurveKeyData> keys = speed_.GetFCurve().GetKeys();
+  ASSERT_EQ(keys.size(), 2u);
+  EXPECT_EQ(std::vector<double>({keys[0].time, keys[0].value, keys[1].time, keys[1].value}),
+            std::vector<double>({3, 2, 9, 5}));
+  ASSERT_EQ(on.GetFCurve().GetNumKeys(), 1);
+  EXPECT_EQ(on.GetFCurve().GetKey(0).interpolation, Interpolation::Constant);
+  EXPECT_EQ(on.GetValue(1.0), CValue(true));
+  // A name that is not a parameter keys none of the list.
+  Run(L"SaveKey", {speed + L",Hero.hips", 20}, CStatus::Fail);
+  EXPECT_TRUE(Logged(kSeverityError, "SaveKey: 'Hero.hips' is not a parameter"));
+  Run(L"SaveKey", {L"Nobody.x"}, CStatus::Fail);
+  EXPECT_TRUE(Logged(kSeverityError, "SaveKey: nothing is named 'Nobody.x'"));
+  Run(L"SaveKey", {L""}, CStatus::InvalidArgument);
+  EXPECT_EQ(speed_.GetFCurve().GetNumKeys(), 2);
 }
 
 // The plug-in's tagging page picks with the first button and cancels through the same
