@@ -152,11 +152,20 @@ class CRotation {
   CRotation() = default;
   explicit CRotation(const CQuaternion& q) { SetFromQuaternion(q); }
 
-  // Angles in radians, applied in `order`.
+  // The rotation order the overloads without one use (XYZ unless put). It travels with
+  // copies and Mul's first operand; nothing else changes it.
+  void PutRotationOrder(RotationOrder order) { order_ = order; }
+  RotationOrder GetRotationOrder() const { return order_; }
+
+  // Angles in radians, applied in `order` (the rotation's own order when not given). The
+  // stored order stays as it is.
   static CRotation FromXYZAngles(const CVector3& angles, RotationOrder order = RotationOrder::XYZ);
-  void SetFromXYZAngles(const CVector3& angles, RotationOrder order = RotationOrder::XYZ);
-  // Euler angles in radians reproducing this rotation in `order`; each angle in [-pi, pi].
-  CVector3 GetXYZAngles(RotationOrder order = RotationOrder::XYZ) const;
+  void SetFromXYZAngles(const CVector3& angles) { SetFromXYZAngles(angles, order_); }
+  void SetFromXYZAngles(const CVector3& angles, RotationOrder order);
+  // Euler angles in radians reproducing this rotation in `order` (the rotation's own order
+  // when not given); each angle in [-pi, pi].
+  CVector3 GetXYZAngles() const { return GetXYZAngles(order_); }
+  CVector3 GetXYZAngles(RotationOrder order) const;
 
   void SetFromQuaternion(const CQuaternion& q);
   CQuaternion GetQuaternion() const { return q_; }
@@ -164,12 +173,17 @@ class CRotation {
   CMatrix3 GetMatrix() const;
   // Rotation by `angle` radians about `axis` (normalised here; identity for a zero axis).
   static CRotation FromAxisAngle(const CVector3& axis, double angle);
-  // Rotation `a` followed by `b`.
+  // Rotation `a` followed by `b`, in `a`'s rotation order.
   static CRotation Mul(const CRotation& a, const CRotation& b);
-  CRotation Inverse() const { return CRotation(q_.Conjugate()); }
+  CRotation Inverse() const {
+    CRotation r(q_.Conjugate());
+    r.order_ = order_;
+    return r;
+  }
 
  private:
   CQuaternion q_;
+  RotationOrder order_ = RotationOrder::XYZ;
 };
 
 // Scaling, then rotation, then translation (p' = ((p S) R) + T).

@@ -31,6 +31,16 @@ enum class AnimationSource : int {
 // Interpolation of a function-curve segment. Values are written to scene files.
 enum class Interpolation : int { Constant = 1, Linear = 2, Bezier = 3 };
 
+// Kind of a function curve. Values are written to scene files.
+enum class FCurveType : int { Standard = 20 };
+
+// Constraints on a key's tangents, combined as bits in FCurveKeyData::constraints. Values
+// are written to scene files.
+enum class KeyConstraint : int {
+  // Putting one tangent turns the other to the opposite direction, keeping its length.
+  AlignTangents = 4,
+};
+
 struct FCurveKeyData {
   double time = 0.0;  // frames
   double value = 0.0;
@@ -40,6 +50,8 @@ struct FCurveKeyData {
   double right_dx = 1.0 / 3.0, right_dy = 0.0;
   // Interpolation of the segment that starts at this key.
   Interpolation interpolation = Interpolation::Bezier;
+  // KeyConstraint bits; none by default.
+  int constraints = 0;
 };
 
 class FCurve;
@@ -69,6 +81,9 @@ class Parameter : public ProjectItem {
   // Drives the parameter by a new function curve (replacing any other source). Keys
   // given are copied in.
   FCurve AddFCurve(const std::vector<FCurveKeyData>& keys = {});
+  // A new, empty function curve of `type` driving the parameter (replacing any other
+  // source).
+  FCurve AddFCurve(FCurveType type);
   // The same as AddFCurve with one key every `step` frames from `start` holding `values`
   // in order, each with `interpolation` and the default handles; the values are taken
   // over, not copied. Invalid (nothing changes) when a value is not finite or the key
@@ -146,14 +161,27 @@ class UserDataBlob : public Property {
   ClassID HandleClass() const override { return ClassID::UserDataBlob; }
 };
 
+class FCurveKey;
+
+// A function curve. Key look-ups by time with a tolerance take the nearest key whose time
+// lies within `tolerance` frames (ties go to the earlier key) and cost O(log n).
 class FCurve : public CBase {
  public:
   using CBase::CBase;
+  FCurveType GetFCurveType() const;
   int GetNumKeys() const;
   FCurveKeyData GetKey(int index) const;
   std::vector<FCurveKeyData> GetKeys() const;
-  // Replaces the key at the same time or inserts in time order; returns its index.
-  int AddKey(double time, double value, Interpolation interpolation = Interpolation::Bezier);
+  // Replaces the key at the same time or inserts in time order; returns its index, or -1
+  // (nothing changed) when the time or value is not finite. Without an interpolation the
+  // curve's (GetInterpolation) is used. The key gets computed tangents, and so do its
+  // neighbours that had them. Keys added in increasing time order cost O(1) each.
+  int AddKey(double time, double value);
+  int AddKey(double time, double value, Interpolation interpolation);
+  // The same, but the nearest key within `tolerance` frames of `time` is replaced (the key
+  // then lies at `time`) instead of a second key being inserted next to it. -1 also for a
+  // negative or non-finite tolerance.
+  int AddKey(double time, double value, Interpolation interpolation, double tolerance);
   CStatus SetKey(int index, const FCurveKeyData& key);
   CStatus SetKeys(const std::vector<FCurveKeyData>& keys);
   CStatus RemoveKeyAtIndex(int index);
@@ -162,8 +190,59 @@ class FCurve : public CBase {
   // The parameter this curve drives.
   Parameter GetParameter() const;
 
+  // Sets the interpolation of every key and the one AddKey uses when given none
+  // (Bezier on a new curve).
+  CStatus PutInterpolation(Interpolation interpolation);
+  Interpolation GetInterpolation() const;
+
+  // Batch edits (nestable). Between the outermost BeginEdit and its EndEdit, key edits
+  // leave what depends on the curve (the parameter, its object, operators reading them)
+  // as last evaluated; the curve itself (keys, Eval) reads back every edit at once. The
+  // outermost EndEdit invalidates the dependents once when anything changed. EndEdit
+  // without a BeginEdit fails.
+  CStatus BeginEdit();
+  CStatus EndEdit();
+
+  // Index of the nearest key within `tolerance` frames of `time`; -1 when none.
+  int GetKeyIndex(double time, double tolerance = 0.01) const;
+  bool KeyExists(double time, double tolerance = 0.01) const;
+  // The nearest key within `tolerance` of `time`; invalid when none.
+  FCurveKey GetKeyAtTime(double time, double tolerance = 0.01) const;
+
  protected:
   ClassID HandleClass() const override { return ClassID::FCurve; }
+};
+
+// One key of a function curve, named by the curve and the key's time: the handle stays on
+// its key while other keys come and go, and is invalid once no key lies at that time.
+// Tangents are relative to the key, in frames and value, as in FCurveKeyData. Edits
+// convert a compact curve to the full form first, and fail (InvalidArgument) on an invalid
+// handle or a non-finite number.
+class FCurveKey {
+ public:
+  FCurveKey() = default;
+  FCurveKey(const FCurve& curve, double time) : curve_(curve), time_(time) {}
+  bool IsValid() const;
+  FCurve GetFCurve() const { return curve_; }
+  double GetTime() const;
+  double GetValue() const;
+  double GetLeftTanX() const;
+  double GetLeftTanY() const;
+  double GetRightTanX() const;
+  double GetRightTanY() const;
+  // Puts a handle (dx is clamped to the handle's side of the key). The key no longer has
+  // computed tangents. With AlignTangents on, the other handle turns to the opposite
+  // direction, keeping its length.
+  CStatus PutLeftTan(double dx, double dy);
+  CStatus PutRightTan(double dx, double dy);
+  // Constraints change no value of the curve, so they invalidate nothing.
+  CStatus PutConstraint(KeyConstraint constraint, bool on);
+  bool GetConstraint(KeyConstraint constraint) const;
+  CStatus ClearConstraints();
+
+ private:
+  FCurve curve_;
+  double time_ = 0.0;
 };
 
 }  // namespace KRX

@@ -15,6 +15,11 @@ bool Fail(std::string* why, size_t index, const char* rule) {
 
 int InsertKey(std::vector<FCurveKeyData>& keys, const FCurveKeyData& key) {
   if (!std::isfinite(key.time) || !std::isfinite(key.value)) return -1;
+  // Keys arriving in time order (imports, bakes) go to the end without a search.
+  if (keys.empty() || key.time - keys.back().time >= kKeyTimeEpsilon) {
+    keys.push_back(key);
+    return static_cast<int>(keys.size() - 1);
+  }
   // First key not earlier than the new time less the tolerance: either the key to
   // replace or the insertion point.
   const auto it = std::lower_bound(keys.begin(), keys.end(), key.time - kKeyTimeEpsilon,
@@ -26,6 +31,70 @@ int InsertKey(std::vector<FCurveKeyData>& keys, const FCurveKeyData& key) {
   const auto index = it - keys.begin();
   keys.insert(it, key);
   return static_cast<int>(index);
+}
+
+int NearestKeyIndex(const std::vector<FCurveKeyData>& keys, double time, double tolerance) {
+  if (keys.empty() || !std::isfinite(time) || !(tolerance >= 0.0)) return -1;
+  // Past the last key without a search: look-ups follow keys added in time order.
+  const size_t after =
+      time > keys.back().time
+          ? keys.size()
+          : static_cast<size_t>(
+                std::lower_bound(keys.begin(), keys.end(), time,
+                                 [](const FCurveKeyData& k, double t) { return k.time < t; }) -
+                keys.begin());
+  // The nearest key is the first one at or after `time`, or the one before it.
+  int best = -1;
+  double best_distance = tolerance;
+  if (after > 0 && time - keys[after - 1].time <= best_distance) {
+    best = static_cast<int>(after - 1);
+    best_distance = time - keys[after - 1].time;
+  }
+  if (after < keys.size() && keys[after].time - time <= tolerance &&
+      (best < 0 || keys[after].time - time < best_distance)) {
+    best = static_cast<int>(after);
+  }
+  return best;
+}
+
+int NearestSampledIndex(double start, double step, size_t count, double time, double tolerance) {
+  if (count == 0 || !std::isfinite(time) || !(tolerance >= 0.0)) return -1;
+  auto time_at = [start, step](size_t i) { return start + static_cast<double>(i) * step; };
+  // The key at or before `time` from its index, then corrected against the key times
+  // themselves (the same times SampledCurve::TimeAt gives).
+  const double estimate = std::floor((time - start) / step);
+  size_t lo = estimate > 0.0
+                  ? static_cast<size_t>(std::fmin(estimate, static_cast<double>(count - 1)))
+                  : 0;
+  while (lo > 0 && time_at(lo) > time) --lo;
+  while (lo + 1 < count && time_at(lo + 1) <= time) ++lo;
+  int best = -1;
+  double best_distance = tolerance;
+  const double d_lo = std::fabs(time - time_at(lo));
+  if (d_lo <= best_distance) {
+    best = static_cast<int>(lo);
+    best_distance = d_lo;
+  }
+  if (lo + 1 < count) {
+    const double d_hi = std::fabs(time_at(lo + 1) - time);
+    if (d_hi <= tolerance && (best < 0 || d_hi < best_distance)) best = static_cast<int>(lo + 1);
+  }
+  return best;
+}
+
+void PutTangent(FCurveKeyData& key, bool left, double dx, double dy) {
+  double& own_dx = left ? key.left_dx : key.right_dx;
+  double& own_dy = left ? key.left_dy : key.right_dy;
+  own_dx = left ? std::min(dx, 0.0) : std::max(dx, 0.0);
+  own_dy = dy;
+  if ((key.constraints & static_cast<int>(KeyConstraint::AlignTangents)) == 0) return;
+  const double own_length = std::hypot(own_dx, own_dy);
+  if (!(own_length > 0.0)) return;
+  double& other_dx = left ? key.right_dx : key.left_dx;
+  double& other_dy = left ? key.right_dy : key.left_dy;
+  const double scale = std::hypot(other_dx, other_dy) / own_length;
+  other_dx = -own_dx * scale;
+  other_dy = -own_dy * scale;
 }
 
 void ComputeAutoTangents(std::vector<FCurveKeyData>& keys, size_t index) {
@@ -83,6 +152,7 @@ bool ValidateKeys(const std::vector<FCurveKeyData>& keys, std::string* why) {
         k.interpolation != Interpolation::Bezier) {
       return Fail(why, i, "unknown interpolation");
     }
+    if ((k.constraints & ~kKnownKeyConstraints) != 0) return Fail(why, i, "unknown key constraint");
     if (i > 0 && !(k.time > keys[i - 1].time)) {
       return Fail(why, i, "time is not after the previous key's");
     }

@@ -36,7 +36,7 @@ bool FitsSampledCurve(const std::vector<FCurveKeyData>& keys, const std::vector<
   for (size_t i = 0; i < keys.size(); ++i) {
     const FCurveKeyData& key = keys[i];
     if (!Same(key.time, sampling.TimeAt(i)) || key.interpolation != sampling.interpolation ||
-        !HasDefaultHandles(key) || (i < computed.size() && computed[i])) {
+        !HasDefaultHandles(key) || key.constraints != 0 || (i < computed.size() && computed[i])) {
       return false;
     }
   }

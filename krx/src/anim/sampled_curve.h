@@ -1,6 +1,6 @@
 // The compact form of a function curve that has a key on every step: keys `step` frames
 // apart from `start`, all with one interpolation and the default handles of FCurveKeyData,
-// none with computed tangents - what importers and bakes build from sampled motion. Key
+// none with computed tangents or constraints - what importers and bakes build from sampled motion. Key
 // times are implicit and values are one flat array, 8 bytes a key instead of a full key
 // record.
 //
@@ -28,8 +28,8 @@ struct SampledCurve {
 };
 
 // True when `keys` can be held as a SampledCurve without changing any bit of any key: at
-// least two keys, key i exactly at TimeAt(i), one interpolation, the default handles, and
-// no computed-tangent flag set in `computed` (missing entries count as unset).
+// least two keys, key i exactly at TimeAt(i), one interpolation, the default handles, no
+// constraint, and no computed-tangent flag set in `computed` (missing entries count as unset).
 bool FitsSampledCurve(const std::vector<FCurveKeyData>& keys, const std::vector<bool>& computed);
 
 // The compact form of keys for which FitsSampledCurve holds.

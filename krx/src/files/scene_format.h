@@ -20,8 +20,11 @@
 //   param    = {"name", "value_type", "capabilities", "label", "description",
 //               "value", "default", "min", "max", "suggested_min", "suggested_max",
 //               optional "fcurve": [[time, value, left_dx, left_dy, right_dx, right_dy,
-//               interpolation, computed], ...] (computed: 1 when the key's tangents are
-//               computed ones, else 0), optional "expression": "text",
+//               interpolation, computed, constraints], ...] (computed: 1 when the key's
+//               tangents are computed ones, else 0; constraints: KeyConstraint bits,
+//               written only when not 0), with the curve's "fcurve_type" (FCurveType;
+//               20 when absent) and "fcurve_interpolation" (what keys added without one
+//               get; 3 when absent), optional "expression": "text",
 //               optional "grid": {"columns", "rows", "column_labels", "column_types",
 //               "row_labels", "cells" (row-major)}}
 //   value    = null (empty) | true/false | integer (32-bit) | number with a fraction or

@@ -33,7 +33,11 @@ OutJson EncodeParam(const ParamItem& param, const RefEncoder& encode_ref) {
   out["max"] = EncodeValue(param.max, encode_ref, what + " maximum");
   out["suggested_min"] = EncodeValue(param.suggested_min, encode_ref, what + " suggested minimum");
   out["suggested_max"] = EncodeValue(param.suggested_max, encode_ref, what + " suggested maximum");
-  if (param.fcurve) out["fcurve"] = EncodeKeys(*param.fcurve, what);
+  if (param.fcurve) {
+    out["fcurve"] = EncodeKeys(*param.fcurve, what);
+    out["fcurve_type"] = static_cast<int>(param.fcurve->curve_type);
+    out["fcurve_interpolation"] = static_cast<int>(param.fcurve->interpolation);
+  }
   if (param.expression) out["expression"] = EncodeText(*param.expression);
   if (param.grid) out["grid"] = EncodeGrid(*param.grid, encode_ref, what + " cell");
   return out;
@@ -69,8 +73,25 @@ std::shared_ptr<ParamItem> DecodeParam(JsonReader& reader, const Json& record, I
     auto fcurve = std::make_shared<FCurveItem>();
     fcurve->name = kFCurveName;
     DecodeKeys(reader, *keys, fcurve.get());
+    // Files written before curves had a type and an interpolation of their own hold
+    // standard curves adding Bezier keys.
+    if (const Json* type = reader.FindMember(record, "fcurve_type")) {
+      const int64_t code = reader.Integer(*type, "\"fcurve_type\"", 0, INT32_MAX);
+      if (code != static_cast<int>(FCurveType::Standard)) {
+        reader.Fail("function curve type " + std::to_string(code) + " is unknown");
+      }
+      fcurve->curve_type = static_cast<FCurveType>(code);
+    }
+    if (const Json* interpolation = reader.FindMember(record, "fcurve_interpolation")) {
+      fcurve->interpolation = static_cast<Interpolation>(reader.Integer(
+          *interpolation, "\"fcurve_interpolation\"", static_cast<int>(Interpolation::Constant),
+          static_cast<int>(Interpolation::Bezier)));
+    }
     fcurve->owner = param.get();
     param->fcurve = std::move(fcurve);
+  } else if (reader.FindMember(record, "fcurve_type") ||
+             reader.FindMember(record, "fcurve_interpolation")) {
+    reader.Fail("a function curve's type or interpolation is given without its keys");
   }
   if (const Json* expression = reader.FindMember(record, "expression")) {
     if (!IsNumeric(param->value_type)) {

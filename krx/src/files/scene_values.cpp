@@ -1,6 +1,7 @@
 #include "files/scene_values.h"
 
 #include <cmath>
+#include <cstdint>
 #include <string>
 
 #include "anim/fcurve_edit.h"
@@ -11,7 +12,9 @@ namespace KRX::rt::files {
 
 namespace {
 
+// A key record's fields; the last, the key's constraints, is written only when it has any.
 constexpr size_t kKeyFields = 8;
+constexpr size_t kKeyFieldsWithConstraints = 9;
 
 double Finite(double v, const std::string& what) {
   if (!std::isfinite(v)) throw DocumentError{what + " is not a finite number"};
@@ -115,10 +118,12 @@ OutJson EncodeKeys(const FCurveItem& fcurve, const std::string& what) {
     const FCurveKeyData key = fcurve.Key(i);
     const std::string key_what = what + " key at frame " + std::to_string(key.time);
     const bool computed = fcurve.AutoTangent(i);
-    out.push_back(OutJson::array({Finite(key.time, key_what), Finite(key.value, key_what),
-                                  Finite(key.left_dx, key_what), Finite(key.left_dy, key_what),
-                                  Finite(key.right_dx, key_what), Finite(key.right_dy, key_what),
-                                  static_cast<int>(key.interpolation), computed ? 1 : 0}));
+    OutJson record = OutJson::array(
+        {Finite(key.time, key_what), Finite(key.value, key_what), Finite(key.left_dx, key_what),
+         Finite(key.left_dy, key_what), Finite(key.right_dx, key_what),
+         Finite(key.right_dy, key_what), static_cast<int>(key.interpolation), computed ? 1 : 0});
+    if (key.constraints != 0) record.push_back(key.constraints);
+    out.push_back(std::move(record));
   }
   return out;
 }
@@ -132,9 +137,9 @@ void DecodeKeys(JsonReader& reader, const Json& keys, FCurveItem* fcurve) {
   for (size_t i = 0; i < array.size(); ++i) {
     const std::string what = "key " + std::to_string(i);
     const Json::array_t& fields = reader.Array(array[i], what);
-    if (fields.size() != kKeyFields) {
+    if (fields.size() != kKeyFields && fields.size() != kKeyFieldsWithConstraints) {
       reader.Fail(what + " has " + std::to_string(fields.size()) + " fields, not " +
-                  std::to_string(kKeyFields));
+                  std::to_string(kKeyFields) + " or " + std::to_string(kKeyFieldsWithConstraints));
     }
     FCurveKeyData key;
     key.time = reader.Number(fields[0], what + " time");
@@ -147,6 +152,10 @@ void DecodeKeys(JsonReader& reader, const Json& keys, FCurveItem* fcurve) {
         fields[6], what + " interpolation", static_cast<int>(Interpolation::Constant),
         static_cast<int>(Interpolation::Bezier)));
     computed.push_back(reader.Integer(fields[7], what + " computed tangents flag", 0, 1) == 1);
+    if (fields.size() == kKeyFieldsWithConstraints) {
+      key.constraints =
+          static_cast<int>(reader.Integer(fields[8], what + " constraints", 0, INT32_MAX));
+    }
     out.push_back(key);
   }
   std::string why;

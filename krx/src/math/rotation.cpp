@@ -74,7 +74,9 @@ CRotation RotationFromAxisRows(const CVector3& x, const CVector3& y, const CVect
 
 CRotation CRotation::Mul(const CRotation& a, const CRotation& b) {
   // Renormalising here keeps long chains of products from drifting off unit length.
-  return CRotation(CQuaternion::Mul(a.q_, b.q_));
+  CRotation r(CQuaternion::Mul(a.q_, b.q_));
+  r.order_ = a.order_;
+  return r;
 }
 
 }  // namespace KRX::MATH

@@ -67,6 +67,14 @@ struct Item : std::enable_shared_from_this<Item> {
 // edit calls Expand first, and whole-curve assignments call Compact after.
 struct FCurveItem : Item {
   FCurveItem() : Item(ClassID::FCurve) { type = L"FCurve"; }
+  FCurveType curve_type = FCurveType::Standard;
+  // What AddKey uses when given no interpolation (FCurve::PutInterpolation).
+  Interpolation interpolation = Interpolation::Bezier;
+  // Batch edits: open BeginEdit calls, and whether a key changed since the outermost one.
+  int edit_depth = 0;
+  bool edited_in_batch = false;
+  // How many times a change of the curve was passed on to what depends on it.
+  uint64_t change_notices = 0;
   std::vector<FCurveKeyData> keys;  // sorted by time
   // Per key: true when its tangents were computed (a key added without explicit tangents),
   // so that later insertions next to it smooth it again. Missing entries count as false.

@@ -60,6 +60,31 @@ bool InGrid(const rt::GridTable& grid, int column, int row) {
 
 rt::FCurveItem* CurveOf(const FCurve& handle) { return LiveAs<rt::FCurveItem>(handle); }
 
+// A change of the curve's keys: what depends on the curve is invalidated now, or once when
+// the outermost batch edit ends.
+void CurveChanged(rt::FCurveItem& curve) {
+  if (curve.edit_depth > 0) {
+    curve.edited_in_batch = true;
+    return;
+  }
+  ++curve.change_notices;
+  rt::Invalidate(curve);
+}
+
+bool KnownInterpolation(Interpolation interpolation) {
+  return interpolation == Interpolation::Constant || interpolation == Interpolation::Linear ||
+         interpolation == Interpolation::Bezier;
+}
+
+// Index of the nearest key within `tolerance` of `time`, in either form of the curve.
+int FindKey(const rt::FCurveItem& curve, double time, double tolerance) {
+  if (curve.sampled) {
+    return rt::NearestSampledIndex(curve.sampled->start, curve.sampled->step,
+                                   curve.sampled->values.size(), time, tolerance);
+  }
+  return rt::NearestKeyIndex(curve.keys, time, tolerance);
+}
+
 // A blob's bytes changed: what reads it is evaluated again, except the running operator
 // writing into one of its own inputs (it knows what it wrote).
 void BlobChanged(rt::BlobItem& blob) {
@@ -77,9 +102,11 @@ void GridChanged(const GridData& handle) {
   if (auto* param = LiveAs<rt::ParamItem>(handle)) rt::Invalidate(*param);
 }
 
+// A key a caller may store: finite numbers, a known interpolation and known constraints.
 bool FiniteKey(const FCurveKeyData& k) {
   return std::isfinite(k.time) && std::isfinite(k.value) && std::isfinite(k.left_dx) &&
-         std::isfinite(k.left_dy) && std::isfinite(k.right_dx) && std::isfinite(k.right_dy);
+         std::isfinite(k.left_dy) && std::isfinite(k.right_dx) && std::isfinite(k.right_dy) &&
+         KnownInterpolation(k.interpolation) && (k.constraints & ~rt::kKnownKeyConstraints) == 0;
 }
 
 // Recomputes the computed tangents of the keys around `index`.
@@ -89,6 +116,37 @@ void SmoothAround(rt::FCurveItem& curve, size_t index) {
   for (size_t i = first; i <= index + 1 && i < curve.keys.size(); ++i) {
     if (curve.auto_tangents[i]) rt::ComputeAutoTangents(curve.keys, i);
   }
+}
+
+// Adds a key with computed tangents: it replaces the nearest key within `tolerance` (none
+// when negative), else the key within kKeyTimeEpsilon, else it is inserted in time order.
+int AddKeyTo(rt::FCurveItem& curve, double time, double value, Interpolation interpolation,
+             double tolerance) {
+  if (!std::isfinite(time) || !std::isfinite(value) || !KnownInterpolation(interpolation))
+    return -1;
+  curve.Expand();
+  FCurveKeyData key;
+  key.time = time;
+  key.value = value;
+  key.interpolation = interpolation;
+  curve.auto_tangents.resize(curve.keys.size(), false);
+  int index = tolerance >= 0.0 ? rt::NearestKeyIndex(curve.keys, time, tolerance) : -1;
+  if (index >= 0) {
+    curve.keys[static_cast<size_t>(index)] = key;
+    curve.auto_tangents[static_cast<size_t>(index)] = true;
+  } else {
+    const size_t before = curve.keys.size();
+    index = rt::InsertKey(curve.keys, key);
+    if (index < 0) return -1;
+    if (curve.keys.size() > before) {
+      curve.auto_tangents.insert(curve.auto_tangents.begin() + index, true);
+    } else {
+      curve.auto_tangents[static_cast<size_t>(index)] = true;
+    }
+  }
+  SmoothAround(curve, static_cast<size_t>(index));
+  CurveChanged(curve);
+  return index;
 }
 
 }  // namespace
@@ -249,28 +307,25 @@ std::vector<FCurveKeyData> FCurve::GetKeys() const {
   return curve->sampled ? rt::ToKeys(*curve->sampled) : curve->keys;
 }
 
+FCurveType FCurve::GetFCurveType() const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? curve->curve_type : FCurveType::Standard;
+}
+
+int FCurve::AddKey(double time, double value) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? AddKeyTo(*curve, time, value, curve->interpolation, -1.0) : -1;
+}
+
 int FCurve::AddKey(double time, double value, Interpolation interpolation) {
   rt::FCurveItem* curve = CurveOf(*this);
-  if (!curve) return -1;
-  if (!std::isfinite(time) || !std::isfinite(value)) return -1;
-  curve->Expand();
-  FCurveKeyData key;
-  key.time = time;
-  key.value = value;
-  key.interpolation = interpolation;
-  const size_t before = curve->keys.size();
-  curve->auto_tangents.resize(before, false);
-  const int index = rt::InsertKey(curve->keys, key);
-  if (index < 0) return -1;
-  const auto at = static_cast<size_t>(index);
-  if (curve->keys.size() > before) {
-    curve->auto_tangents.insert(curve->auto_tangents.begin() + index, true);
-  } else {
-    curve->auto_tangents[at] = true;
-  }
-  SmoothAround(*curve, at);
-  rt::Invalidate(*curve);
-  return index;
+  return curve ? AddKeyTo(*curve, time, value, interpolation, -1.0) : -1;
+}
+
+int FCurve::AddKey(double time, double value, Interpolation interpolation, double tolerance) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve || !(tolerance >= 0.0) || !std::isfinite(tolerance)) return -1;
+  return AddKeyTo(*curve, time, value, interpolation, tolerance);
 }
 
 CStatus FCurve::SetKey(int index, const FCurveKeyData& key) {
@@ -293,7 +348,7 @@ CStatus FCurve::SetKey(int index, const FCurveKeyData& key) {
   curve->auto_tangents.resize(curve->keys.size(), false);
   curve->auto_tangents[at] = false;
   SmoothAround(*curve, at);
-  rt::Invalidate(*curve);
+  CurveChanged(*curve);
   return CStatus::OK;
 }
 
@@ -308,7 +363,7 @@ CStatus FCurve::SetKeys(const std::vector<FCurveKeyData>& keys) {
   curve->keys = std::move(sorted);
   curve->auto_tangents.assign(curve->keys.size(), false);
   curve->Compact();
-  rt::Invalidate(*curve);
+  CurveChanged(*curve);
   return CStatus::OK;
 }
 
@@ -321,7 +376,7 @@ CStatus FCurve::RemoveKeyAtIndex(int index) {
   curve->keys.erase(curve->keys.begin() + index);
   curve->auto_tangents.erase(curve->auto_tangents.begin() + index);
   if (!curve->keys.empty()) SmoothAround(*curve, static_cast<size_t>(index == 0 ? 0 : index - 1));
-  rt::Invalidate(*curve);
+  CurveChanged(*curve);
   return CStatus::OK;
 }
 
@@ -331,7 +386,7 @@ CStatus FCurve::RemoveKeys() {
   curve->sampled.reset();
   curve->keys.clear();
   curve->auto_tangents.clear();
-  rt::Invalidate(*curve);
+  CurveChanged(*curve);
   return CStatus::OK;
 }
 
@@ -344,6 +399,143 @@ double FCurve::Eval(double time) const {
 Parameter FCurve::GetParameter() const {
   const rt::FCurveItem* curve = CurveOf(*this);
   return curve ? Parameter(RefOf(curve->owner)) : Parameter();
+}
+
+CStatus FCurve::PutInterpolation(Interpolation interpolation) {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  if (!KnownInterpolation(interpolation)) return CStatus::InvalidArgument;
+  curve->interpolation = interpolation;
+  if (curve->sampled) {
+    curve->sampled->interpolation = interpolation;
+  } else {
+    for (FCurveKeyData& key : curve->keys) key.interpolation = interpolation;
+    curve->Compact();
+  }
+  CurveChanged(*curve);
+  return CStatus::OK;
+}
+
+Interpolation FCurve::GetInterpolation() const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? curve->interpolation : Interpolation::Bezier;
+}
+
+CStatus FCurve::BeginEdit() {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve) return CStatus::Fail;
+  ++curve->edit_depth;
+  return CStatus::OK;
+}
+
+CStatus FCurve::EndEdit() {
+  rt::FCurveItem* curve = CurveOf(*this);
+  if (!curve || curve->edit_depth == 0) return CStatus::Fail;
+  if (--curve->edit_depth == 0 && curve->edited_in_batch) {
+    curve->edited_in_batch = false;
+    CurveChanged(*curve);
+  }
+  return CStatus::OK;
+}
+
+int FCurve::GetKeyIndex(double time, double tolerance) const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  return curve ? FindKey(*curve, time, tolerance) : -1;
+}
+
+bool FCurve::KeyExists(double time, double tolerance) const {
+  return GetKeyIndex(time, tolerance) >= 0;
+}
+
+FCurveKey FCurve::GetKeyAtTime(double time, double tolerance) const {
+  const rt::FCurveItem* curve = CurveOf(*this);
+  const int index = curve ? FindKey(*curve, time, tolerance) : -1;
+  if (index < 0) return FCurveKey();
+  return FCurveKey(*this, curve->Key(static_cast<size_t>(index)).time);
+}
+
+// ---- FCurveKey ----
+// A key handle finds its key again by time on every call, so that it follows the key
+// while other keys are inserted or removed around it.
+
+namespace {
+
+struct KeyAt {
+  rt::FCurveItem* curve = nullptr;
+  int index = -1;
+  explicit operator bool() const { return index >= 0; }
+};
+
+KeyAt Locate(const FCurve& handle, double time) {
+  KeyAt at;
+  at.curve = CurveOf(handle);
+  if (at.curve) at.index = FindKey(*at.curve, time, rt::kKeyTimeEpsilon);
+  return at;
+}
+
+// The key's record in the full form, for an edit (converts a compact curve).
+FCurveKeyData& EditKey(const KeyAt& at) {
+  at.curve->Expand();
+  at.curve->auto_tangents.resize(at.curve->keys.size(), false);
+  return at.curve->keys[static_cast<size_t>(at.index)];
+}
+
+FCurveKeyData ReadKey(const FCurve& handle, double time) {
+  const KeyAt at = Locate(handle, time);
+  return at ? at.curve->Key(static_cast<size_t>(at.index)) : FCurveKeyData();
+}
+
+CStatus PutKeyTangent(const FCurve& handle, double time, bool left, double dx, double dy) {
+  const KeyAt at = Locate(handle, time);
+  if (!at || !std::isfinite(dx) || !std::isfinite(dy)) return CStatus::InvalidArgument;
+  rt::PutTangent(EditKey(at), left, dx, dy);
+  at.curve->auto_tangents[static_cast<size_t>(at.index)] = false;
+  CurveChanged(*at.curve);
+  return CStatus::OK;
+}
+
+bool KnownConstraint(KeyConstraint constraint) {
+  const int bits = static_cast<int>(constraint);
+  return bits != 0 && (bits & ~rt::kKnownKeyConstraints) == 0;
+}
+
+}  // namespace
+
+bool FCurveKey::IsValid() const { return static_cast<bool>(Locate(curve_, time_)); }
+double FCurveKey::GetTime() const { return ReadKey(curve_, time_).time; }
+double FCurveKey::GetValue() const { return ReadKey(curve_, time_).value; }
+double FCurveKey::GetLeftTanX() const { return ReadKey(curve_, time_).left_dx; }
+double FCurveKey::GetLeftTanY() const { return ReadKey(curve_, time_).left_dy; }
+double FCurveKey::GetRightTanX() const { return ReadKey(curve_, time_).right_dx; }
+double FCurveKey::GetRightTanY() const { return ReadKey(curve_, time_).right_dy; }
+
+CStatus FCurveKey::PutLeftTan(double dx, double dy) {
+  return PutKeyTangent(curve_, time_, true, dx, dy);
+}
+
+CStatus FCurveKey::PutRightTan(double dx, double dy) {
+  return PutKeyTangent(curve_, time_, false, dx, dy);
+}
+
+CStatus FCurveKey::PutConstraint(KeyConstraint constraint, bool on) {
+  const KeyAt at = Locate(curve_, time_);
+  if (!at || !KnownConstraint(constraint)) return CStatus::InvalidArgument;
+  FCurveKeyData& key = EditKey(at);
+  const int bits = static_cast<int>(constraint);
+  key.constraints = on ? (key.constraints | bits) : (key.constraints & ~bits);
+  return CStatus::OK;
+}
+
+bool FCurveKey::GetConstraint(KeyConstraint constraint) const {
+  const int bits = static_cast<int>(constraint);
+  return bits != 0 && (ReadKey(curve_, time_).constraints & bits) == bits;
+}
+
+CStatus FCurveKey::ClearConstraints() {
+  const KeyAt at = Locate(curve_, time_);
+  if (!at) return CStatus::InvalidArgument;
+  EditKey(at).constraints = 0;
+  return CStatus::OK;
 }
 
 }  // namespace KRX

@@ -143,6 +143,13 @@ FCurve Parameter::AddFCurve(const std::vector<FCurveKeyData>& keys) {
   return FCurve(RefOf(fcurve));
 }
 
+FCurve Parameter::AddFCurve(FCurveType type) {
+  if (type != FCurveType::Standard) return FCurve();
+  FCurve curve = AddFCurve();
+  if (auto* item = LiveAs<rt::FCurveItem>(curve)) item->curve_type = type;
+  return curve;
+}
+
 FCurve Parameter::AddSampledFCurve(double start, double step, std::vector<double> values,
                                    Interpolation interpolation) {
   auto* param = LiveAs<rt::ParamItem>(*this);

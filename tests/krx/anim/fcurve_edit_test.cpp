@@ -88,6 +88,7 @@ TEST(FCurveEdit, ValidateKeysRejectsEachRule) {
   expect_bad([&](FCurveKeyData& k) { k.right_dx = inf; }, "right dx");
   expect_bad([&](FCurveKeyData& k) { k.right_dy = nan; }, "right dy");
   expect_bad([&](FCurveKeyData& k) { k.interpolation = static_cast<Interpolation>(7); }, "interp");
+  expect_bad([&](FCurveKeyData& k) { k.constraints = 4 | 1; }, "unknown constraint");
   expect_bad([&](FCurveKeyData& k) { k.time = 0; }, "equal times");
   expect_bad([&](FCurveKeyData& k) { k.time = -1; }, "decreasing times");
   expect_bad([&](FCurveKeyData& k) { k.left_dx = 0.1; }, "left handle forward");

@@ -88,6 +88,7 @@ TEST(SampledCurve, HoldsOnlyKeysItGivesBackUnchanged) {
   expect_full([](FCurveKeyData& k) { k.interpolation = I::Bezier; }, "another interpolation");
   expect_full([](FCurveKeyData& k) { k.left_dy = -0.0; }, "a handle written differently");
   expect_full([](FCurveKeyData& k) { k.right_dx = 0.5; }, "a handle of its own");
+  expect_full([](FCurveKeyData& k) { k.constraints = 4; }, "a key constraint");
   EXPECT_FALSE(FitsSampledCurve(good, {false, false, false, true})) << "computed tangents";
   {  // A first key at -0: start + 0 * step would give it back as +0.
     std::vector<FCurveKeyData> keys = UniformKeys(0.0, 1.0, 3, I::Linear);
