@@ -13,9 +13,10 @@
 
 namespace kavor {
 
-// The half and whole turns used by unrolling (plotted rotations are converted to degrees
-// with kRadiansToDegrees of kavor/host/host.h). These literal values are what plotted curves have always been made with; the
-// exact values of pi would move unrolled angles by about 1e-12 rad per turn.
+// The half and whole turns used by unrolling (plotted rotations are then converted to
+// degrees with kRadiansToDegrees of kavor/host/host.h). These literal values are what
+// plotted curves have always been made with; the exact values of pi would move unrolled
+// angles by about 1e-12 rad per turn.
 inline constexpr double kUnrollHalfTurn = 3.14159265359;
 inline constexpr double kUnrollTurn = 6.2831853071796;
 

@@ -136,22 +136,33 @@ SegmentFit FitSegment(std::span<const double> v, double a, double b, double star
   const double k_last = std::min(std::floor(b) + 1.0, static_cast<double>(count - 1));
   const auto& w = kBernstein.w;
 
+  // The terms of each measured point that do not change with lb, summed in the same order
+  // as the whole Bernstein sum so that the result does not depend on this split.
+  constexpr size_t kPoints = kMeasureAt.size();
+  std::array<double, kPoints> x_lead{}, y_lead{}, x_end{}, y_end{};
+  for (size_t n = 0; n < kPoints; ++n) {
+    x_end[n] = w[n][3] * fit.p3.x;
+    y_end[n] = w[n][3] * fit.p3.y;
+  }
   double best = std::numeric_limits<double>::infinity();
   for (int la = kFirstStep; la <= kLastStep; ++la) {
     const double p1x = fit.p0.x + la * unit;
     const double p1y = fit.p0.y + la * unit * dir_a;
+    for (size_t n = 0; n < kPoints; ++n) {
+      x_lead[n] = w[n][0] * fit.p0.x + w[n][1] * p1x;
+      y_lead[n] = w[n][0] * fit.p0.y + w[n][1] * p1y;
+    }
     for (int lb = kFirstStep; lb <= kLastStep; ++lb) {
       const double p2x = fit.p3.x - lb * unit;
       const double p2y = fit.p3.y - lb * unit * dir_b;
       double error = 0.0;
-      for (size_t n = 0; n < kMeasureAt.size(); ++n) {
-        const double x =
-            w[n][0] * fit.p0.x + w[n][1] * p1x + w[n][2] * p2x + w[n][3] * fit.p3.x - start;
+      for (size_t n = 0; n < kPoints; ++n) {
+        const double x = x_lead[n] + w[n][2] * p2x + x_end[n] - start;
         if (!(x < k_last)) continue;  // no sample index beyond x within reach
         const double k = x < k_first ? k_first : std::floor(x) + 1.0;
         const size_t ki = static_cast<size_t>(k);
         const double data = v[ki - 1] + (v[ki] - v[ki - 1]) * (x - (k - 1.0));
-        const double y = w[n][0] * fit.p0.y + w[n][1] * p1y + w[n][2] * p2y + w[n][3] * fit.p3.y;
+        const double y = y_lead[n] + w[n][2] * p2y + y_end[n];
         const double e = std::fabs(y - data);
         if (e > error) error = e;
       }
