@@ -50,6 +50,11 @@ TEST(SegmentFit, HandleSearchKnownAnswer) {
     EXPECT_NEAR(fit.p2.y - fit.p3.y, -26.4, 1e-12);  // left tangent at 6
     EXPECT_FALSE(fit.broken_a || fit.broken_b);
   }
+  {  // On a constant every candidate fits exactly: the first one (3 thirtieths) is kept.
+    const SegmentFit fit = FitSegment(std::vector<double>(11, 2.0), 0, 10, 0);
+    EXPECT_DOUBLE_EQ(fit.p1.x, 1);
+    EXPECT_DOUBLE_EQ(fit.p2.x, 9);
+  }
   {  // One frame apart: no search, the 0.333 handles stay.
     const SegmentFit fit = FitSegment(Squares(7), 2, 3, 0);
     EXPECT_DOUBLE_EQ(fit.p1.x, 2.333);
