@@ -8,6 +8,7 @@
 
 #include "kavor/host/host.h"
 #include "kavor/operators/retarget_solve.h"
+#include "kavor/xml/preferences.h"
 
 namespace kavor {
 
@@ -115,6 +116,14 @@ bool RetimeCurve(const KRX::Parameter& parameter, double insertion, double ratio
   return true;
 }
 
+// Whether the user asked for semi-free nodes' offsets and turns to be re-timed with the
+// rest (the plug-in's preferences, section "RETARGET", RETIME_SEMI_FREE 1).
+bool RetimeSemiFreeChosen() {
+  if (PreferencesFilePath().IsEmpty()) return false;
+  Preferences preferences;
+  return preferences.GetInteger(L"RETARGET", kRetimeSemiFreeKey, 0) != 0;
+}
+
 }  // namespace
 
 bool SplitAdjustmentName(std::string_view name, std::string_view node, AdjustmentOwner owner,
@@ -161,6 +170,12 @@ void RetimeAdjustments(RetargetOpContext& context, double time) {
     if (clamp || blend) BuildClampRecords(context, k, time);
     for (const char* axis : {"X", "Y", "Z"}) {
       RetimeCurve(AdjustmentParameter(context, end + axis), insertion, ratio);
+    }
+  }
+  if (!RetimeSemiFreeChosen()) return;
+  for (const SemiFreeEntry& entry : context.semi_free) {
+    for (const char* suffix : {"X", "Y", "Z", "RX", "RY", "RZ"}) {
+      RetimeCurve(AdjustmentParameter(context, entry.name + suffix), insertion, ratio);
     }
   }
 }

@@ -30,6 +30,11 @@ void OnAdjustmentChanged(RetargetOpContext& context, const KRX::Parameter& param
 // last one backwards when they spread out, from the first one forwards otherwise, so
 // that none passes another. Stride paths and clamp records are rebuilt where a curve they
 // read moved.
+//
+// Semi-free nodes' offsets and turns ("SpineX", "SpineRX", ...) keep their keys by
+// default, so a keyed lean lands on other motion frames once the speed changes; with the
+// switch RETIME_SEMI_FREE 1 in the preferences' "RETARGET" section they move with the rest.
+inline constexpr const wchar_t* kRetimeSemiFreeKey = L"RETIME_SEMI_FREE";
 void RetimeAdjustments(RetargetOpContext& context, double time);
 
 }  // namespace kavor

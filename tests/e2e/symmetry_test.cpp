@@ -1,6 +1,7 @@
 // Mirror links on a real capture, driven through host commands: a selected object moves
 // its partner mirrored across the reference's YZ plane only while the scene's switch is
 // on, the evaluation settles (counted), mutual links log no cycle, and removal stops it.
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -184,6 +185,29 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
   EXPECT_EQ(LoggedTexts(KRX::kSeverityError), std::vector<std::string>{});
   EXPECT_EQ(LoggedTexts(KRX::kSeverityWarning), std::vector<std::string>{});
 
+  {  // Saved and reopened, the links (property, blob, operator) still mirror.
+    const auto scene = std::filesystem::temp_directory_path() / "kavor_symmetry.krxs";
+    std::vector<std::pair<KRX::CString, KRX::CString>> names;
+    for (const auto& [source, partner] : pairs_)
+      names.push_back({source.GetName(), partner.GetName()});
+    ASSERT_TRUE(RunCommand(L"SaveScene", {KRX::CValue(scene.wstring())}).GetBool());
+    ASSERT_TRUE(RunCommand(L"OpenScene", {KRX::CValue(scene.wstring())}).GetBool());
+    std::filesystem::remove(scene);
+    const KRX::Model root = KRX::Application().GetActiveSceneRoot();
+    model_ = KRX::Model(root.FindChild(L"Walker", L"", false));
+    hips_ = model_.FindChild(L"Hips");
+    for (size_t i = 0; i < pairs_.size(); ++i) {
+      auto& [source, partner] = pairs_[i];
+      source = model_.FindChild(names[i].first);
+      partner = model_.FindChild(names[i].second);
+      ASSERT_TRUE(source.IsValid() && partner.IsValid());
+      // The partner was last moved while selected: its blob holds where it is.
+      const auto [expected, moved] = Move(partner, source, delta, true);
+      EXPECT_GT(moved.GetLength(), 0.5);
+      ExpectNear(moved, expected);
+    }
+    EXPECT_TRUE(RunCommand(L"GetValue", {KRX::CValue(L"MocapToRig.C3DSymmetry")}).GetBool());
+  }
   // Removing every link keeps the blobs, takes the model's animation and stops the mirror.
   const KRX::Parameter hips_x = hips_.GetKinematics().GetLocal().GetParameter(L"posx");
   EXPECT_TRUE(hips_x.IsAnimated(KRX::AnimationSource::FCurve));
