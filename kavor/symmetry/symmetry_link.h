@@ -23,6 +23,10 @@ inline constexpr const wchar_t* kSymmetrySpecialOperator = L"RetargetSymmetrySpe
 // The scene-root property holding the switch, and the switch.
 inline constexpr const wchar_t* kSymmetrySwitchProperty = L"MocapToRig";
 inline constexpr const wchar_t* kSymmetrySwitch = L"C3DSymmetry";
+// Off by default: a source's last place is recorded only while it is selected, so a
+// source moved while not selected makes its partner jump by that move the next time it is
+// moved selected. On: every evaluation records it, selected or not, and no jump follows.
+inline constexpr const wchar_t* kSymmetryTrackUnselected = L"C3DSymmetryTrackUnselected";
 
 // Makes the link from `source` to `partner` mirrored across `reference`, replacing one
 // that exists. Logs and returns false when an object is invalid or the operator cannot be

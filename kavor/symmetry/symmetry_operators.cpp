@@ -28,6 +28,7 @@ using KRX::MATH::CVector3;
 struct Names {
   KRX::CString switch_property{kSymmetrySwitchProperty};
   KRX::CString switch_parameter{kSymmetrySwitch};
+  KRX::CString track_unselected{kSymmetryTrackUnselected};
   KRX::CString link_property{kSymmetryProperty};
   KRX::CString target{kSymmetryTargetParameter};
   KRX::CString blob{kSymmetryBlobName};
@@ -83,6 +84,20 @@ void KeepPartnerLocal(const KRX::X3DObject& partner, const CTransformation& loca
   }
 }
 
+// Records where an unselected source is, when the switch property asks for it.
+// The source's parent (or, for the special kind, the reference standing in for it) is on
+// port 1 either way.
+void TrackUnselected(KRX::OperatorContext& op, const KRX::X3DObject& source,
+                     const KRX::Property& switch_property) {
+  const double time = op.GetTime();
+  if (!switch_property.GetParameterValue(N().track_unselected, time).GetBool()) return;
+  KRX::UserDataBlob source_blob = BlobOf(source);
+  KRX::Property link;
+  if (!ReadBlob(source_blob) || !FindPropertyByName(source, N().link_property, &link)) return;
+  const CVector3 local = PointInFrame(GlobalAt(op, 1), GlobalAt(op, 0).GetTranslation());
+  if (IsFinite(local)) WriteBlob(source_blob, local);
+}
+
 // `special`: the source and the partner share a parent, and the reference's global
 // stands in for both parents' globals.
 void SymmetryUpdate(KRX::OperatorContext& op, bool special) {
@@ -91,7 +106,11 @@ void SymmetryUpdate(KRX::OperatorContext& op, bool special) {
   if (!FindPropertyByName(root, N().switch_property, &switch_property)) return;
 
   const KRX::X3DObject source = KRX::KinematicState(op.GetInputTarget(0)).GetObject();
-  if (!source.IsValid() || !IsSelected(source)) return;
+  if (!source.IsValid()) return;
+  if (!IsSelected(source)) {
+    TrackUnselected(op, source, switch_property);
+    return;
+  }
   KRX::UserDataBlob source_blob = BlobOf(source);
   const std::optional<CVector3> previous = ReadBlob(source_blob);
   KRX::Property link;
@@ -153,5 +172,8 @@ KRX_PLUGIN_EXPORT KRX::CStatus MocapToRig_Define(KRX::CRef& ref) {
   property.AddParameter(kavor::kSymmetrySwitch, KRX::ValueType::Bool,
                         KRX::kCapAnimatable | KRX::kCapPersistable, L"Enable Symmetry", L"",
                         true);
+  property.AddParameter(kavor::kSymmetryTrackUnselected, KRX::ValueType::Bool,
+                        KRX::kCapAnimatable | KRX::kCapPersistable, L"Track Unselected Objects",
+                        L"", false);
   return KRX::CStatus::OK;
 }

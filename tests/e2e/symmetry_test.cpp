@@ -1,6 +1,8 @@
 // Mirror links on a real capture, driven through host commands: a selected object moves
 // its partner mirrored across the reference's YZ plane only while the scene's switch is
-// on, the evaluation settles (counted), mutual links log no cycle, and removal stops it.
+// on, the evaluation settles (counted), mutual links log no cycle, the links survive a
+// saved and reopened scene, and removal stops it.
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -179,6 +181,22 @@ TEST_F(SymmetryTest, ASelectedObjectMovesItsPartnerMirroredWhileTheSwitchIsOn) {
       RunCommand(L"DeselectAll", {});
       const auto [ignored, still] = Move(source, partner, delta);
       ExpectNear(still, CVector3());
+    }
+    {  // Selected after that, the partner jumps by the unselected move too (only a
+       // selected source's place is recorded); tracking unselected sources, it does not.
+      const auto [expected, moved] = Move(source, partner, delta, true);
+      const double jump = (moved - expected).GetLength();
+      std::printf("[ figures  ] partner's jump after an unselected move of %.3f: %.3f\n",
+                  delta.GetLength(), jump);
+      EXPECT_NEAR(jump, delta.GetLength(), 1e-9);
+      const KRX::CValue track(L"MocapToRig.C3DSymmetryTrackUnselected");
+      RunCommand(L"SetValue", {track, true});
+      RunCommand(L"DeselectAll", {});
+      Move(source, partner, delta);
+      const auto [tracked, followed] = Move(source, partner, delta, true);
+      ExpectNear(followed, tracked);
+      RunCommand(L"SetValue", {track, false});
+      RunCommand(L"DeselectAll", {});
     }
   }
   // Linked both ways, the operators read each other's outputs silently.
