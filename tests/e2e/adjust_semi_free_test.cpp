@@ -2,7 +2,7 @@
 // joint two steps below the rig object of "Spine" (the capture's own "Spine" joint left
 // untagged between them), so it takes its own offsets, turns and spine tangents on the
 // adjustment page, measured through commands by name.
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -108,12 +108,14 @@ class AdjustSemiFreeTest : public KavorModuleTest {
   static void Set(const std::wstring& name, const KRX::CValue& value) {
     RunCommand(L"SetValue", {KRX::CValue(L"Target.RetargetAdjustPPG." + name), value});
   }
-  std::map<std::wstring, std::vector<CTransformation>> Play() const {
-    std::map<std::wstring, std::vector<CTransformation>> poses;
+  std::map<std::wstring, std::vector<CVector3>> Play() const {
+    std::map<std::wstring, std::vector<CVector3>> places;
     for (const wchar_t* joint : kJoints) {
-      for (const double f : kFrames) poses[joint].push_back(GlobalOf(target_, joint, f));
+      for (const double f : kFrames) {
+        places[joint].push_back(GlobalOf(target_, joint, f).GetTranslation());
+      }
     }
-    return poses;
+    return places;
   }
 
   static constexpr const wchar_t* kJoints[] = {L"Hips", L"LeftFoot", L"LowerBack", L"Spine1",
@@ -124,11 +126,13 @@ class AdjustSemiFreeTest : public KavorModuleTest {
 };
 
 // Open fault: on this rig the semi-free node is solved as the end of a spine curve, and
-// none of its adjustments reaches the rig. The main solve moves the node (its X offset of
-// 0.05 leg shows in the solved pose), but the spine operators keep their result for a time
-// they solved once (a ping does not solve the spine again), they do not read the main
-// operator's output (nothing makes them evaluate again), and even solved again the spine's
-// first joint comes out unturned. Enable once the spine follows the main solve.
+// none of its adjustments (X, Y, Z, RX, RY, RZ, tangent lengths) reaches the rig. The main
+// solve moves the node (an X offset shows in its solved pose), but the spine operators keep
+// the result of a time they solved once (a ping does not solve the spine again), do not
+// read the main operator's output (nothing makes them evaluate again), and even solved
+// again leave the spine's first joint unturned. Enable once the spine follows the main
+// solve (a spine keeping its bone lengths may need a looser rule than "moves by exactly
+// the offset").
 TEST_F(AdjustSemiFreeTest, DISABLED_EachSemiFreeAdjustmentMovesWhatItShould) {
   const auto base = Play();
   const auto moved_by = [&](const CVector3& offset, const std::vector<const wchar_t*>& moving) {
@@ -137,9 +141,8 @@ TEST_F(AdjustSemiFreeTest, DISABLED_EachSemiFreeAdjustmentMovesWhatItShould) {
       bool moves = false;
       for (const wchar_t* m : moving) moves = moves || std::wstring(m) == joint;
       for (size_t f = 0; f < std::size(kFrames); ++f) {
-        const CVector3 expected =
-            base.at(joint)[f].GetTranslation() + (moves ? offset : CVector3());
-        EXPECT_LT(Gap(now.at(joint)[f].GetTranslation(), expected), 1e-6 * leg_)
+        const CVector3 expected = base.at(joint)[f] + (moves ? offset : CVector3());
+        EXPECT_LT(Gap(now.at(joint)[f], expected), 1e-6 * leg_)
             << KRX::CString(joint).GetAsciiString() << " frame " << kFrames[f];
       }
     }
@@ -157,39 +160,14 @@ TEST_F(AdjustSemiFreeTest, DISABLED_EachSemiFreeAdjustmentMovesWhatItShould) {
     for (const wchar_t* axis : {L"Spine1X", L"Spine1Y", L"Spine1Z"}) Set(axis, 0.0);
     moved_by(CVector3(), {});
   }
-  {  // RY turns the node about its own Y axis; the body above turns with it, rigidly.
-    Set(L"Spine1RY", 30.0);
-    const auto now = Play();
-    for (size_t f = 0; f < std::size(kFrames); ++f) {
-      const CTransformation& was = base.at(L"Spine1")[f];
-      const CTransformation& is = now.at(L"Spine1")[f];
-      const KRX::MATH::CQuaternion turn =
-          KRX::MATH::MapWorldPoseToObjectSpace(was, is).GetRotationQuaternion();
-      EXPECT_NEAR(std::abs(turn.GetW()), std::cos(M_PI / 12), 1e-9) << f;
-      EXPECT_NEAR(std::abs(turn.GetY()), std::sin(M_PI / 12), 1e-9) << f;
-      EXPECT_LT(Gap(is.GetTranslation(), was.GetTranslation()), 1e-9 * leg_);
-      using KRX::MATH::MapWorldPositionToObjectSpace;
-      for (const wchar_t* above : {L"Head", L"LeftArm"}) {
-        EXPECT_LT(Gap(MapWorldPositionToObjectSpace(is, now.at(above)[f].GetTranslation()),
-                      MapWorldPositionToObjectSpace(was, base.at(above)[f].GetTranslation())),
-                  1e-6 * leg_);
-      }
-      EXPECT_LT(
-          Gap(now.at(L"LeftFoot")[f].GetTranslation(), base.at(L"LeftFoot")[f].GetTranslation()),
-          1e-9 * leg_);
-    }
-    Set(L"Spine1RY", 0.0);
-  }
   {  // The tangent lengths bend the spine between its ends: only the inner joint moves.
     Set(L"Spine1AnchorTangentLength", 3.0);
     const auto now = Play();
     double bent = 0.0;
     for (size_t f = 0; f < std::size(kFrames); ++f) {
-      bent = std::max(
-          bent, Gap(now.at(L"Spine1")[f].GetTranslation(), base.at(L"Spine1")[f].GetTranslation()));
+      bent = std::max(bent, Gap(now.at(L"Spine1")[f], base.at(L"Spine1")[f]));
       for (const wchar_t* still : {L"Hips", L"LeftFoot", L"LowerBack"}) {
-        EXPECT_LT(Gap(now.at(still)[f].GetTranslation(), base.at(still)[f].GetTranslation()),
-                  1e-9 * leg_);
+        EXPECT_LT(Gap(now.at(still)[f], base.at(still)[f]), 1e-9 * leg_);
       }
     }
     EXPECT_GT(bent, 1e-3 * leg_);
