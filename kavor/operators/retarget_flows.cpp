@@ -17,6 +17,7 @@
 #include "kavor/operators/motion_blob.h"
 #include "kavor/operators/retarget_context.h"
 #include "kavor/operators/retarget_setup.h"
+#include "kavor/plot/plot_page.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/structure/structure_property.h"
 #include "kavor/tagging/tags.h"
@@ -134,7 +135,7 @@ void RemoveAllKavorSetup(const KRX::Model& model) {
   DeletePropertyByName(model, L"ZRKStructure");
   DeletePropertyByName(model, L"ZRKStructTag");
   progress.Increment();
-  DeletePropertyByName(model, L"PlotRetargetPPG");
+  RemovePlotPage(model);
   progress.Increment();
 }
 

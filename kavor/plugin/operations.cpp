@@ -5,6 +5,7 @@
 #include "kavor/operators/adjust_preset.h"
 #include "kavor/operators/retarget_flows.h"
 #include "kavor/operators/retarget_setup.h"
+#include "kavor/plot/motion_plotter.h"
 #include "kavor/plugin/retarget_frame_range.h"
 #include "kavor/tagging/tag_flows.h"
 #include "kavor/tagging/tag_templates.h"
@@ -84,7 +85,17 @@ bool RemoveAllKavorSetup(const KRX::Model& model) {
   return true;
 }
 
-bool RunMotionPlotter(const PlotRequest&) { return NotAvailable(L"MotionPlotter"); }
+bool RunMotionPlotter(const PlotRequest& request) {
+  PlotSettings settings;
+  settings.start = request.start_frame;
+  settings.end = request.end_frame;
+  settings.preserve = request.preserve;
+  settings.inflection = request.inflection;
+  settings.interval = request.interval;
+  settings.interval_step = request.step;
+  settings.options = PreferredPlotOptions();
+  return PlotRetargetMotion(request.model, settings);
+}
 
 bool SaveAdjustmentPreset(const KRX::Model& model, const KRX::CString& preset_file) {
   return kavor::SaveAdjustmentPreset(model, preset_file);

@@ -14,6 +14,7 @@
 #include "kavor/maps/model_map.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/maps/retarget_model.h"
+#include "kavor/plot/plot_page.h"
 #include "kavor/plugin/operations.h"
 #include "kavor/structure/structure_parser.h"
 #include "kavor/structure/structure_property.h"
@@ -198,8 +199,7 @@ bool CleanTagsFromRig(const KRX::Model& model) {
   KRX::Property property;
   if (FindPropertyByName(model, L"ZRKMap", &property)) DeleteByName(property.GetFullName());
   progress.Increment();
-  if (FindPropertyByName(model, L"PlotRetargetPPG", &property))
-    DeleteByName(property.GetFullName());
+  RemovePlotPage(model);
   progress.Increment();
   return true;
 }

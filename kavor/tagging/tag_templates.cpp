@@ -14,6 +14,7 @@
 #include "kavor/maps/model_map_text.h"
 #include "kavor/maps/rest_data.h"
 #include "kavor/maps/retarget_model.h"
+#include "kavor/plot/plot_page.h"
 #include "kavor/plugin/operations.h"
 #include "kavor/structure/read_options.h"
 #include "kavor/structure/structure_parser.h"
@@ -59,8 +60,7 @@ constexpr const wchar_t* kDoesNotMatch =
 // What depends on the old tagging goes: the retarget setup, the plot page and the glue.
 void TakeDownOldSetup(const KRX::Model& model) {
   ops::RemoveRetargetSetup(model);
-  KRX::Property plot;
-  if (FindPropertyByName(model, L"PlotRetargetPPG", &plot)) DeleteByName(plot.GetFullName());
+  RemovePlotPage(model);
   DeleteGlueMap(model);
 }
 

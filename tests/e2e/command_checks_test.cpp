@@ -92,7 +92,7 @@ const std::vector<CommandCase> kCommands = {
      "MFFFIII",
      {"missing target model.", "invalid target model.", "missing preserve.", "missing inflection.",
       "missing interval.", "missing step.", "missing start.", "missing end."},
-     "MotionPlotter is not available yet.", kNothing},
+     "Cannot create structure.", kNothing},
     // A model that was only tagged has no retarget setup to remove.
     {"RemoveKAVOROperators", {"model"}, "M", {"missing target model.", "invalid target model."},
      "", kNothing},

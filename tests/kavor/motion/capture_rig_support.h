@@ -134,16 +134,17 @@ inline bool TagInBindPose(const KRX::Model& model, const fs::path& tag_template)
   return tagged;
 }
 
-// The shared CMU walk imported twice and tagged with the shipped CMU template, for the
-// benchmarks: "Source" as captured and "Target" 1.2 times its size, padded with nulls to
-// `target_objects` objects below its model. Nothing (with the reason in `why`) when the
-// capture is not on this machine or the template does not tag it.
+// A shared CMU capture (the walk unless another is named) imported twice and tagged with the
+// shipped CMU template, for the benchmarks: "Source" as captured and "Target" 1.2 times its size,
+// padded with nulls to `target_objects` objects below its model. Nothing (with the reason in `why`)
+// when the capture is not on this machine or the template does not tag it.
 struct CapturePair {
   KRX::Model source;
   KRX::Model target;
 };
-inline std::optional<CapturePair> ImportTaggedCmuPair(int target_objects, std::string& why) {
-  const fs::path capture = SharedCapture("cmu_02_01.bvh");
+inline std::optional<CapturePair> ImportTaggedCmuPair(int target_objects, std::string& why,
+                                                      const char* capture_name = "cmu_02_01.bvh") {
+  const fs::path capture = SharedCapture(capture_name);
   if (capture.empty()) {
     why = "set KAVOR_SOURCE_DIR to the source folder, beside the shared captures";
     return std::nullopt;
