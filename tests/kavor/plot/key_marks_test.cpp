@@ -32,7 +32,7 @@ TEST(UnrollAngle, FollowsTheLiteralTurns) {
     }
   }
   {  // The literal half turn lies above pi, and one turn is the literal value.
-    EXPECT_EQ(UnrollAngle(3.1415926535898, 0.0), 3.1415926535898);
+    EXPECT_EQ(UnrollAngle(3.1415926535899, 0.0), 3.1415926535899);
     EXPECT_EQ(UnrollAngle(7.0, 0.0), 7.0 - 6.2831853071796);
     EXPECT_EQ(UnrollAngle(-7.0, 0.0), -7.0 + 6.2831853071796);
   }
@@ -54,6 +54,8 @@ TEST(KeyMarks, PeaksValleysAndInflections) {
   EXPECT_EQ(KeysOf({2, 2, 2, 2, 2}), (Keys{0, 4}));
   // Steps 1, 2, 3, 2, 1, 0.5: the second difference turns at 3, away from the straight line.
   EXPECT_EQ(KeysOf({0, 1, 3, 6, 8, 9, 9.5}), (Keys{0, 3, 6}));
+  EXPECT_EQ(KeysOf({0, 2, 3, 4, 7}), (Keys{0, 3, 4}));  // a zero change before the turn
+  EXPECT_EQ(KeysOf({0, 1, 3, 4, 4.5, 4.75}), (Keys{0, 5}));  // no turn is looked for at 2
   // The same turn on a stretch whose steps stay within the tolerance is not a key.
   EXPECT_EQ(KeysOf({0, 1, 2, 3.05, 4.05, 5.05, 6.05, 100}), (Keys{0, 6, 7}));
   EXPECT_EQ(KeysOf({0, 1}), (Keys{0, 1}));
@@ -113,6 +115,8 @@ TEST(KeyMarks, MergesShiftedSourceKeyTimes) {
   EXPECT_EQ(MergeSourceKeyTimes(keys, source, 10, 12), (std::vector<double>{0, 3, 4.5, 6, 7}));
   EXPECT_EQ(MergeSourceKeyTimes(keys, {}, 10, 12), keys);
   EXPECT_EQ(MergeSourceKeyTimes({}, source, 0, 0), (std::vector<double>{1, 2, 5, 6.5, 9}));
+  EXPECT_EQ(MergeSourceKeyTimes({}, std::vector<double>{3, 0, -0.5}, 0, 0),
+            (std::vector<double>{0, 3}));
 }
 
 }  // namespace

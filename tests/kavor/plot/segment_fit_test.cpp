@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -19,6 +20,25 @@ std::vector<double> Squares(int count) {
   std::vector<double> v;
   for (int i = 0; i < count; ++i) v.push_back(i * i);
   return v;
+}
+
+// The keys a plot writes for the fitted segments: each key takes its left handle from the
+// segment ending there and its right handle from the one starting there.
+std::vector<KRX::FCurveKeyData> HostKeys(const std::vector<SegmentFit>& fits) {
+  std::vector<KRX::FCurveKeyData> keys(fits.size() + 1);
+  for (size_t n = 0; n < fits.size(); ++n) {
+    const SegmentFit& f = fits[n];
+    keys[n].time = f.p0.x;
+    keys[n].value = f.p0.y;
+    keys[n].right_dx = f.p1.x - f.p0.x;
+    keys[n].right_dy = f.p1.y - f.p0.y;
+    keys[n].interpolation = KRX::Interpolation::Bezier;
+    keys[n + 1].time = f.p3.x;
+    keys[n + 1].value = f.p3.y;
+    keys[n + 1].left_dx = f.p2.x - f.p3.x;
+    keys[n + 1].left_dy = f.p2.y - f.p3.y;
+  }
+  return keys;
 }
 
 TEST(SegmentFit, ValueBetweenFrames) {
@@ -54,6 +74,20 @@ TEST(SegmentFit, HandleSearchKnownAnswer) {
     const SegmentFit fit = FitSegment(std::vector<double>(11, 2.0), 0, 10, 0);
     EXPECT_DOUBLE_EQ(fit.p1.x, 1);
     EXPECT_DOUBLE_EQ(fit.p2.x, 9);
+  }
+  {  // A step wants long flat handles: the search reaches the last length, 29 thirtieths,
+     // measuring the last interval too.
+    std::vector<double> step(11, 1.0);
+    std::fill_n(step.begin(), 5, 0.0);
+    const SegmentFit fit = FitSegment(step, 0, 10, 0);
+    EXPECT_NEAR(fit.p1.x, 25.0 / 3, 1e-12);
+    EXPECT_NEAR(fit.p2.x, 1.0 / 3, 1e-12);
+    EXPECT_NEAR(fit.search_error, 0.104, 1e-12);
+  }
+  {  // Fractional ends: the first step's slope below index 1, the last one's above F - 2.
+    const SegmentFit fit = FitSegment(Squares(7), 0.5, 5.5, 0);
+    EXPECT_NEAR((fit.p1.y - fit.p0.y) / (fit.p1.x - fit.p0.x), 1, 1e-12);
+    EXPECT_NEAR((fit.p3.y - fit.p2.y) / (fit.p3.x - fit.p2.x), 11, 1e-12);
   }
   {  // One frame apart: no search, the 0.333 handles stay.
     const SegmentFit fit = FitSegment(Squares(7), 2, 3, 0);
@@ -91,18 +125,9 @@ TEST(SegmentFit, EvaluatesAsTheHostCurve) {
   for (size_t i = 0; i < v.size(); ++i) v[i] = 30 * std::sin(0.2 * i) + 0.5 * i;
   for (const auto& [a, b] : {std::pair{0.0, 7.0}, {7.0, 8.0}, {8.0, 39.0}, {3.5, 12.25}}) {
     const SegmentFit fit = FitSegment(v, a, b, 100);
-    KRX::FCurveKeyData k0, k1;
-    k0.time = fit.p0.x;
-    k0.value = fit.p0.y;
-    k0.right_dx = fit.p1.x - fit.p0.x;
-    k0.right_dy = fit.p1.y - fit.p0.y;
-    k1.time = fit.p3.x;
-    k1.value = fit.p3.y;
-    k1.left_dx = fit.p2.x - fit.p3.x;
-    k1.left_dy = fit.p2.y - fit.p3.y;
-    k0.interpolation = KRX::Interpolation::Bezier;
+    const std::vector<KRX::FCurveKeyData> keys = HostKeys({fit});
     for (double t = fit.p0.x; t <= fit.p3.x; t += 0.25) {
-      EXPECT_NEAR(EvaluateSegmentFit(fit, t), KRX::rt::EvaluateSegment(k0, k1, t), 1e-9) << t;
+      EXPECT_NEAR(EvaluateSegmentFit(fit, t), KRX::rt::EvaluateFCurve(keys, t), 1e-9) << t;
     }
     EXPECT_EQ(EvaluateSegmentFit(fit, fit.p3.x), fit.p3.y);
   }
@@ -142,7 +167,10 @@ TEST(SegmentFit, WithinToleranceKeepsEveryFrameClose) {
     ASSERT_GE(keys.size(), 2u);
     EXPECT_EQ(keys.front(), 0);
     EXPECT_EQ(keys.back(), 299);
-    EXPECT_LE(LargestDeviation(v, FitKeys(v, keys, 0), 0), tolerance);
+    const std::vector<KRX::FCurveKeyData> curve = HostKeys(FitKeys(v, keys, 0));
+    for (size_t i = 0; i < v.size(); ++i) {
+      ASSERT_LE(std::fabs(KRX::rt::EvaluateFCurve(curve, i) - v[i]), tolerance) << i;
+    }
     EXPECT_LT(keys.size(), v.size() / 3);
   }
   {  // A constant needs no keys between its ends; kept keys stay.
