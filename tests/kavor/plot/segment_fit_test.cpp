@@ -144,11 +144,11 @@ TEST(SegmentFit, ShortChannels) {
     ASSERT_EQ(fits.size(), 1u);
     EXPECT_DOUBLE_EQ(EvaluateSegmentFit(fits[0], 5.5), 2);
   }
-  {  // Three frames: the search measures inside the samples only.
-    const std::vector<double> v = {0, 1, 4};
-    const SegmentFit fit = FitSegment(v, 0, 2, 0);
-    EXPECT_LT(fit.search_error, 0.5);
-    EXPECT_LT(std::fabs(EvaluateSegmentFit(fit, 1) - 1), 0.5);
+  {  // Three frames: the search measures the last interval too, never beyond it.
+    const SegmentFit fit = FitSegment(std::vector<double>{0, 1, 4}, 0, 2, 0);
+    EXPECT_NEAR(fit.p1.x, 1.2, 1e-12);  // la = lb = 18
+    EXPECT_NEAR(fit.p2.x, 0.8, 1e-12);
+    EXPECT_NEAR(fit.search_error, 0.0224, 1e-12);
   }
   {  // A key beyond the samples ends the fitting.
     EXPECT_EQ(FitKeys(Squares(7), std::vector<double>{0, 3, 6, 7}, 0).size(), 2u);
