@@ -35,7 +35,8 @@ std::vector<double> NoisySine(int frames) {
   std::normal_distribution<double> noise(0.0, 0.05);
   std::vector<double> v(static_cast<size_t>(frames));
   for (int i = 0; i < frames; ++i) {
-    v[static_cast<size_t>(i)] = 40.0 * std::sin(0.021 * i) + 12.0 * std::sin(0.13 * i) + noise(random);
+    v[static_cast<size_t>(i)] =
+        40.0 * std::sin(0.021 * i) + 12.0 * std::sin(0.13 * i) + noise(random);
   }
   return v;
 }
@@ -64,7 +65,8 @@ void BM_MarkAndFit(benchmark::State& state) {
     benchmark::DoNotOptimize(fits.data());
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
-  state.counters["segments"] = benchmark::Counter(static_cast<double>(segments), benchmark::Counter::kIsRate);
+  state.counters["segments"] =
+      benchmark::Counter(static_cast<double>(segments), benchmark::Counter::kIsRate);
   state.counters["frames_per_key"] =
       static_cast<double>(v.size()) / (static_cast<double>(segments) / state.iterations() + 1.0);
 }
@@ -113,7 +115,13 @@ std::vector<std::vector<double>> CaptureRotations(const char* name) {
   return channels;
 }
 
-enum class KeyRule { kInflection, kInterval, kInflectionAndInterval, kWithinTolerance, kInflectionThenTolerance };
+enum class KeyRule {
+  kInflection,
+  kInterval,
+  kInflectionAndInterval,
+  kWithinTolerance,
+  kInflectionThenTolerance
+};
 
 void CaptureQuality(benchmark::State& state, const char* capture, KeyRule rule, int interval) {
   const std::vector<std::vector<double>> channels = CaptureRotations(capture);
@@ -127,10 +135,18 @@ void CaptureQuality(benchmark::State& state, const char* capture, KeyRule rule, 
     for (const std::vector<double>& v : channels) {
       std::vector<double> k;
       switch (rule) {
-        case KeyRule::kInflection: k = MarkedKeys(v, true, 0); break;
-        case KeyRule::kInterval: k = MarkedKeys(v, false, interval); break;
-        case KeyRule::kInflectionAndInterval: k = MarkedKeys(v, true, interval); break;
-        case KeyRule::kWithinTolerance: k = kavor::FitWithinTolerance(v, {}, 0.5); break;
+        case KeyRule::kInflection:
+          k = MarkedKeys(v, true, 0);
+          break;
+        case KeyRule::kInterval:
+          k = MarkedKeys(v, false, interval);
+          break;
+        case KeyRule::kInflectionAndInterval:
+          k = MarkedKeys(v, true, interval);
+          break;
+        case KeyRule::kWithinTolerance:
+          k = kavor::FitWithinTolerance(v, {}, 0.5);
+          break;
         case KeyRule::kInflectionThenTolerance:
           k = kavor::FitWithinTolerance(v, MarkedKeys(v, true, 0), 0.5);
           break;
@@ -148,18 +164,18 @@ void CaptureQuality(benchmark::State& state, const char* capture, KeyRule rule, 
   state.counters["mean_channel_max_dev_deg"] = worst_sum / static_cast<double>(channels.size());
 }
 
-#define KAVOR_QUALITY(capture, tag)                                                        \
-  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection, capture, KeyRule::kInflection, 0)    \
-      ->Unit(benchmark::kMillisecond);                                                     \
-  BENCHMARK_CAPTURE(CaptureQuality, tag##_interval4, capture, KeyRule::kInterval, 4)       \
-      ->Unit(benchmark::kMillisecond);                                                     \
-  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection_interval8, capture,                   \
-                    KeyRule::kInflectionAndInterval, 8)                                    \
-      ->Unit(benchmark::kMillisecond);                                                     \
+#define KAVOR_QUALITY(capture, tag)                                                          \
+  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection, capture, KeyRule::kInflection, 0)      \
+      ->Unit(benchmark::kMillisecond);                                                       \
+  BENCHMARK_CAPTURE(CaptureQuality, tag##_interval4, capture, KeyRule::kInterval, 4)         \
+      ->Unit(benchmark::kMillisecond);                                                       \
+  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection_interval8, capture,                     \
+                    KeyRule::kInflectionAndInterval, 8)                                      \
+      ->Unit(benchmark::kMillisecond);                                                       \
   BENCHMARK_CAPTURE(CaptureQuality, tag##_within_0_5, capture, KeyRule::kWithinTolerance, 0) \
-      ->Unit(benchmark::kMillisecond);                                                     \
-  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection_then_0_5, capture,                    \
-                    KeyRule::kInflectionThenTolerance, 0)                                  \
+      ->Unit(benchmark::kMillisecond);                                                       \
+  BENCHMARK_CAPTURE(CaptureQuality, tag##_inflection_then_0_5, capture,                      \
+                    KeyRule::kInflectionThenTolerance, 0)                                    \
       ->Unit(benchmark::kMillisecond)
 
 KAVOR_QUALITY("cmu_01_01.bvh", cmu_01_01);

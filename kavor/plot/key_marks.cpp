@@ -49,8 +49,7 @@ double MarkTolerance(std::span<const double> v) {
   return (*hi - *lo) * 0.03;
 }
 
-void MarkPeaksValleysInflections(std::span<const double> v, double tol,
-                                 std::span<uint8_t> marks) {
+void MarkPeaksValleysInflections(std::span<const double> v, double tol, std::span<uint8_t> marks) {
   const size_t count = std::min(v.size(), marks.size());
   if (count < 3) return;
   const size_t last = count - 1;

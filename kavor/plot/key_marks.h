@@ -42,8 +42,7 @@ double MarkTolerance(std::span<const double> v);
 //    - a frame marked by rule 1 becomes the last key.
 // Runs in O(F): the straightness test keeps the smallest and largest step since the last
 // key instead of rescanning the stretch.
-void MarkPeaksValleysInflections(std::span<const double> v, double tol,
-                                 std::span<uint8_t> marks);
+void MarkPeaksValleysInflections(std::span<const double> v, double tol, std::span<uint8_t> marks);
 
 // Marks indices 0, step, 2 x step, ... below marks.size(). A step below 1 marks nothing.
 void MarkInterval(int step, std::span<uint8_t> marks);

@@ -224,8 +224,7 @@ Deviation SegmentDeviation(std::span<const double> v, const SegmentFit& fit, dou
 
 }  // namespace
 
-double LargestDeviation(std::span<const double> v, std::span<const SegmentFit> fits,
-                        double start) {
+double LargestDeviation(std::span<const double> v, std::span<const SegmentFit> fits, double start) {
   double worst = 0.0;
   for (const SegmentFit& fit : fits) worst = std::max(worst, SegmentDeviation(v, fit, start).error);
   return worst;

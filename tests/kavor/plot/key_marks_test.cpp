@@ -54,7 +54,7 @@ TEST(KeyMarks, PeaksValleysAndInflections) {
   EXPECT_EQ(KeysOf({2, 2, 2, 2, 2}), (Keys{0, 4}));
   // Steps 1, 2, 3, 2, 1, 0.5: the second difference turns at 3, away from the straight line.
   EXPECT_EQ(KeysOf({0, 1, 3, 6, 8, 9, 9.5}), (Keys{0, 3, 6}));
-  EXPECT_EQ(KeysOf({0, 2, 3, 4, 7}), (Keys{0, 3, 4}));  // a zero change before the turn
+  EXPECT_EQ(KeysOf({0, 2, 3, 4, 7}), (Keys{0, 3, 4}));       // a zero change before the turn
   EXPECT_EQ(KeysOf({0, 1, 3, 4, 4.5, 4.75}), (Keys{0, 5}));  // no turn is looked for at 2
   // The same turn on a stretch whose steps stay within the tolerance is not a key.
   EXPECT_EQ(KeysOf({0, 1, 2, 3.05, 4.05, 5.05, 6.05, 100}), (Keys{0, 6, 7}));

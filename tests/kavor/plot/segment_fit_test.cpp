@@ -48,8 +48,8 @@ TEST(SegmentFit, ValueBetweenFrames) {
   EXPECT_DOUBLE_EQ(ValueAt(v, 2.5), 5.5);  // backward slope on the last interval
   EXPECT_DOUBLE_EQ(ValueAt(v, 2.5, interpolate), 6.5);
   EXPECT_DOUBLE_EQ(ValueAt(v, 3), 9);
-  EXPECT_DOUBLE_EQ(ValueAt(v, 4), 14);    // beyond the last frame: the last step continued
-  EXPECT_DOUBLE_EQ(ValueAt(v, -1), -1);   // before the first: the first step
+  EXPECT_DOUBLE_EQ(ValueAt(v, 4), 14);   // beyond the last frame: the last step continued
+  EXPECT_DOUBLE_EQ(ValueAt(v, -1), -1);  // before the first: the first step
   EXPECT_DOUBLE_EQ(ValueAt(std::vector<double>{2, 4}, 0.25), 2.5);
   EXPECT_DOUBLE_EQ(ValueAt(std::vector<double>{2}, 7), 2);
   EXPECT_TRUE(std::isnan(ValueAt({}, 0)));
