@@ -359,11 +359,14 @@ void MotionPlotter::PlotObject(const KRX::X3DObject& object, const PlotSample* c
   if (!object.IsValid() || channels == 0) return;
   const size_t frames = static_cast<size_t>(frames_);
   if (channels & kPlotRotation) {
+    // Unrolled in radians, against the previous frame's unrolled angle, then converted.
+    double previous[3] = {0.0, 0.0, 0.0};
     for (size_t i = 0; i < frames; ++i) {
       const CVector3 angles = CRotation(column[i].rotation).GetXYZAngles(order);
       double a[3] = {angles.GetX(), angles.GetY(), angles.GetZ()};
       for (int k = 0; k < 3; ++k) {
-        if (i > 0) a[k] = UnrollAngle(a[k], angles_[k][i - 1] / kRadiansToDegrees);
+        if (i > 0) a[k] = UnrollAngle(a[k], previous[k]);
+        previous[k] = a[k];
         angles_[k][i] = a[k] * kRadiansToDegrees;
       }
     }
