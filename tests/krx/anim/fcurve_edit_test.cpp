@@ -34,6 +34,8 @@ TEST(FCurveEdit, InsertKeyOrdersAndReplaces) {
   const double values[] = {2, 9, 7, 4, 8};
   for (size_t i = 0; i < 5; ++i)
     EXPECT_TRUE(keys[i].time == times[i] && keys[i].value == values[i]);
+  EXPECT_EQ(insert(20 - 1e-10 + 5e-10, 6), 4);  // after the last key but within the tolerance
+  EXPECT_EQ(keys.size(), 5u);
 }
 
 TEST(FCurveEdit, AutoTangents) {

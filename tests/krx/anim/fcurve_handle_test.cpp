@@ -190,8 +190,11 @@ TEST_F(CurveApi, KeyHandlesTangentsAndConstraints) {
   EXPECT_DOUBLE_EQ(key.GetLeftTanX(), -5.0);  // the left one had length 5
   EXPECT_DOUBLE_EQ(key.GetLeftTanY(), 0.0);
   EXPECT_EQ(key.PutConstraint(static_cast<KeyConstraint>(8), true), CStatus::InvalidArgument);
-  ASSERT_EQ(key.ClearConstraints(), CStatus::OK);
+  ASSERT_EQ(key.PutConstraint(KeyConstraint::AlignTangents, false), CStatus::OK);
   EXPECT_FALSE(key.GetConstraint(KeyConstraint::AlignTangents));
+  key.PutConstraint(KeyConstraint::AlignTangents, true);
+  ASSERT_EQ(key.ClearConstraints(), CStatus::OK);
+  EXPECT_EQ(curve.GetKey(1).constraints, 0);
   ASSERT_EQ(key.PutRightTan(2, 2), CStatus::OK);
   EXPECT_EQ(key.GetLeftTanX(), -5.0);
 
