@@ -200,7 +200,7 @@ TEST_F(AdjustSemiFreeTest, SemiFreeKeysMoveWithTheSpeedOnlyWhenChosen) {
     KRX::FCurve curve = x.AddFCurve();
     curve.AddKey(21, 0.0, KRX::Interpolation::Linear);
     curve.AddKey(61, 0.1 * leg_, KRX::Interpolation::Linear);
-    KRX::rt::SetInstallationPath(1, retime ? folder.string() + "/" : "");
+    KRX::rt::SetInstallationPath(1, folder.string() + "/");  // the switch read as 0, then 1
     Set(L"Speed", 2.0);
     const std::vector<KRX::FCurveKeyData> keys = x.GetFCurve().GetKeys();
     EXPECT_EQ(keys.size(), 2u);

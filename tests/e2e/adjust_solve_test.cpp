@@ -1,6 +1,7 @@
 // Adjustments that reshape a live retarget's solve, measured on a real capture through
 // commands by name: stride, foot clamps with their release, rotation offsets with
 // "Reduce", and adjustment presets carried from one retarget to another.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <map>
@@ -144,6 +145,22 @@ TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
 TEST_F(AdjustSolveTest, AKeyedHipOffsetMovesTheBodyAndTheFeetOnlyWithOffsetFeet) {
   const std::wstring hip_x = L"Target.RetargetAdjustPPG.hipX";
   const Paths base = Play(target_);
+  {  // Keyed through SaveKey, a clamp plants the foot from its key on (the page hears of it).
+    const std::wstring clamp = L"Target.RetargetAdjustPPG." + end_ + L"Clamp";
+    KRX::Application().PutCurrentFrame(41);
+    ASSERT_TRUE(Set(clamp, KRX::CValue(true)));
+    RunCommand(L"SaveKey", {KRX::CValue(clamp)});
+    double held = 0.0;
+    for (int32_t f = kFirst; f <= 60; ++f) {
+      const double moved =
+          Gap(GlobalOf(target_, foot_, f).GetTranslation(), base.at(foot_)[f - kFirst]);
+      EXPECT_TRUE(f >= 41 || moved < 1e-6 * leg_) << f;
+      held = std::max(held, moved);
+    }
+    EXPECT_GT(held, 0.01 * leg_);
+    Adjustments(target_).GetParameter(end_ + L"Clamp").RemoveAnimation();
+    ASSERT_TRUE(Set(clamp, KRX::CValue(false)));
+  }
   KRX::Application().PutCurrentFrame(21);
   RunCommand(L"SaveKey", {KRX::CValue(hip_x)});  // 0 at frame 21
   KRX::Application().PutCurrentFrame(81);
