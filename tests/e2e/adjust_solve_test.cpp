@@ -145,6 +145,7 @@ TEST_F(AdjustSolveTest, StrideScalesOnlyTheTravelAlongItsDirection) {
 TEST_F(AdjustSolveTest, AKeyedHipOffsetMovesTheBodyAndTheFeetOnlyWithOffsetFeet) {
   const std::wstring hip_x = L"Target.RetargetAdjustPPG.hipX";
   const Paths base = Play(target_);
+  ASSERT_EQ(base.at(foot_).size(), static_cast<size_t>(kLast - kFirst + 1));
   {  // Keyed through SaveKey, a clamp plants the foot from its key on (the page hears of it).
     const std::wstring clamp = L"Target.RetargetAdjustPPG." + end_ + L"Clamp";
     KRX::Application().PutCurrentFrame(41);
