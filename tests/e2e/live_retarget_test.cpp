@@ -8,10 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "e2e/kavor_module.h"
+#include "e2e/capture_scene_test.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/motion/capture_rig_support.h"
-#include "kavor/xml/preferences.h"
 
 namespace kavor::e2e {
 namespace {
@@ -84,32 +83,7 @@ double LargestDifference(const Poses& a, const Poses& b) {
   return largest;
 }
 
-class LiveRetargetTest : public KavorModuleTest {
- protected:
-  void SetUp() override {
-    KavorModuleTest::SetUp();
-    ct::NewSceneWithShippedData();
-  }
-  void TearDown() override {
-    KRX::rt::SetInstallationPath(1, "");
-    KRX::rt::ResetScene();
-  }
-
-  // Sets one of the retarget options in a preferences file of this test's own.
-  bool UsePreference(const wchar_t* key, int value) {
-    KRX::rt::SetInstallationPath(1, preferences_.string() + "/");
-    Preferences preferences;
-    preferences.SetInteger(L"RETARGET", key, value);
-    return preferences.Close();
-  }
-
- private:
-  fs::path preferences_ = [] {
-    const fs::path folder = fs::temp_directory_path() / "kavor_live_retarget_preferences";
-    fs::create_directories(folder);
-    return folder;
-  }();
-};
+using LiveRetargetTest = CaptureSceneTest;
 
 TEST_F(LiveRetargetTest, ACaptureOntoItsOwnCopyFollowsItJointForJoint) {
   const fs::path capture = ct::SharedCapture("cmu_02_01.bvh");
@@ -136,8 +110,8 @@ TEST_F(LiveRetargetTest, ACaptureOntoItsOwnCopyFollowsItJointForJoint) {
   // copy of itself follows it joint for joint.
   const Poses straight_line = Record(target, joints);
   EXPECT_LT(LargestDifference(straight_line, Record(source, joints)), 0.015 * leg);
-  ASSERT_TRUE(UsePreference(L"BLEND_DRIFT_ONLY", 1));
-  ASSERT_TRUE(UsePreference(L"STRAIGHT_LIMB_MICRORADIANS", 1));
+  ASSERT_TRUE(UsePreference(L"RETARGET", L"BLEND_DRIFT_ONLY", 1));
+  ASSERT_TRUE(UsePreference(L"RETARGET", L"STRAIGHT_LIMB_MICRORADIANS", 1));
   ASSERT_TRUE(RunCommand(L"Retarget", {KRX::CValue(L"Source"), KRX::CValue(L"Target"),
                                        KRX::CValue(kFirst), KRX::CValue(kLast)})
                   .GetBool());

@@ -9,10 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "e2e/kavor_module.h"
+#include "e2e/capture_scene_test.h"
 #include "kavor/io/scene_helpers.h"
 #include "kavor/motion/capture_rig_support.h"
-#include "kavor/xml/preferences.h"
 #include "runtime/interaction.h"
 #include "runtime/log.h"
 
@@ -76,31 +75,12 @@ std::pair<double, double> LargestDeviation(const Motion& a, const Motion& b) {
   return {position, angle};
 }
 
-class PlotTest : public KavorModuleTest {
+class PlotTest : public CaptureSceneTest {
  protected:
-  void SetUp() override {
-    KavorModuleTest::SetUp();
-    ct::NewSceneWithShippedData();
-  }
-  void TearDown() override {
-    KRX::rt::SetInstallationPath(1, "");
-    KRX::rt::ResetScene();
-  }
-
   struct PlotFigures {
     double rotation_frames_per_key = 0.0, rotation_deviation = -1.0;
     double position_frames_per_key = 0.0, position_deviation = -1.0;
   };
-
-  // Sets one of the plot options in a preferences file of this test's own.
-  static bool UsePlotPreference(const wchar_t* key, int value) {
-    const fs::path folder = fs::temp_directory_path() / "kavor_plot_preferences";
-    fs::create_directories(folder);
-    KRX::rt::SetInstallationPath(1, folder.string() + "/");
-    Preferences preferences;
-    preferences.SetInteger(L"PLOT", key, value);
-    return preferences.Close();
-  }
 
   // The CMU walk retargeted onto a capture rig of another naming convention; false when the
   // shared captures are absent. `neutral_pose`: the target's chest gets a neutral pose under
@@ -188,8 +168,8 @@ TEST_F(PlotTest, ReducedPlotKeepsFewKeysCloseToTheLiveMotion) {
     KRX::rt::ResetScene();
     ct::NewSceneWithShippedData();
     if (within_tolerance) {
-      ASSERT_TRUE(UsePlotPreference(L"ROTATION_TOLERANCE_MILLIDEGREES", 500));
-      ASSERT_TRUE(UsePlotPreference(L"POSITION_TOLERANCE_PPM_OF_LEG", 1000));
+      ASSERT_TRUE(UsePreference(L"PLOT", L"ROTATION_TOLERANCE_MILLIDEGREES", 500));
+      ASSERT_TRUE(UsePreference(L"PLOT", L"POSITION_TOLERANCE_PPM_OF_LEG", 1000));
     }
     if (!RetargetWalk()) GTEST_SKIP() << "the shared captures are not here";
     const KRX::Model target = SceneModel(L"Target");
